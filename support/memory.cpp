@@ -1,0 +1,42 @@
+#include "support/memory.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <unistd.h>
+
+namespace {
+
+void* checked(void* block) {
+    if (block == nullptr) {
+        out_of_memory();
+    }
+    return block;
+}
+
+} // namespace
+
+void out_of_memory() {
+    // write() and not stdio: a stream may need memory for its buffer, and there is none.
+    static constexpr char message[] = "ERROR: out of memory\n";
+    if (write(STDERR_FILENO, message, sizeof message - 1) < 0) {
+        // Nobody is left to be told.
+    }
+    std::exit(1);
+}
+
+void* safemalloc(unsigned long size) {
+    return checked(std::malloc(size));
+}
+
+void* saferealloc(void* old, unsigned long size) {
+    return checked(std::realloc(old, size));
+}
+
+void* safecalloc(unsigned long count, unsigned long size) {
+    return checked(std::calloc(count, size));
+}
+
+char* safestrdup(const char* text) {
+    const std::size_t size = std::strlen(text) + 1;
+    return static_cast<char*>(std::memcpy(safemalloc(size), text, size));
+}

@@ -1,0 +1,21 @@
+// Checked heap allocation: no caller has to test for a null result, since exhausted memory ends the process
+// with one message. The standard containers reach the same end through the new-handler that the driver
+// installs (std::set_new_handler(out_of_memory)).
+#pragma once
+
+#include <cstddef>
+
+/// Writes "ERROR: out of memory\n" to standard error and ends the process with exit status 1.
+[[noreturn]] void out_of_memory();
+
+/// A block of `size` bytes, to be released with std::free(). Never null; ends the process as out_of_memory() does.
+void* safemalloc(unsigned long size);
+
+/// The block `old` (or a new one when `old` is null) resized to `size` bytes. Never null, as above.
+void* saferealloc(void* old, unsigned long size);
+
+/// A zero-filled block of `count` elements of `size` bytes. Never null, as above.
+void* safecalloc(unsigned long count, unsigned long size);
+
+/// A heap copy of the NUL-terminated `text`, to be released with std::free(). Never null, as above.
+char* safestrdup(const char* text);
