@@ -1,0 +1,145 @@
+#include "ORDWELL/call_profile.h"
+
+#include "support/assertion.h"
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <functional>
+
+namespace {
+
+constexpr std::size_t batch_rows = 64; // rows whose memory accesses overlap
+
+std::uint32_t hash_of_name(std::string_view name) {
+    return static_cast<std::uint32_t>(std::hash<std::string_view>()(name) >> 32U);
+}
+
+} // namespace
+
+hash_index::hash_index() : slots_(64), shift_(32 - 6) {} // 2^6 slots
+
+void hash_index::place(slot entry) {
+    std::size_t i = entry.hash >> shift_;
+    while (slots_[i].number != no_index) {
+        i = (i + 1) & mask();
+    }
+    slots_[i] = entry;
+    ++size_;
+}
+
+void hash_index::insert(std::uint32_t hash, std::uint32_t number) {
+    if (is_full()) {
+        grow();
+    }
+    place({hash, number});
+}
+
+void hash_index::grow() {
+    rebuild(slots_.size() * 2, [](std::uint32_t, std::uint32_t) { return true; });
+}
+
+call_profile::call_profile(const call_profile& other)
+    : name_index_(other.name_index_), edges_(other.edges_), pair_index_(other.pair_index_),
+      has_weightless_edge_(other.has_weightless_edge_) {
+    names_.reserve(other.names_.size());
+    for (const std::string_view name : other.names_) {
+        char* const bytes = static_cast<char*>(name_bytes_.allocate(name.size(), 1));
+        std::copy(name.begin(), name.end(), bytes);
+        names_.emplace_back(bytes, name.size());
+    }
+}
+
+std::uint32_t call_profile::find(std::string_view name) const {
+    return find_hashed(name, hash_of_name(name));
+}
+
+std::uint32_t call_profile::find_or_add(std::string_view name) {
+    return find_or_add_hashed(name, hash_of_name(name));
+}
+
+std::uint32_t call_profile::find_hashed(std::string_view name, std::uint32_t hash) const {
+    return name_index_.find(hash, [&](std::uint32_t function) { return names_[function] == name; });
+}
+
+std::uint32_t call_profile::find_or_add_hashed(std::string_view name, std::uint32_t hash) {
+    const std::uint32_t found = find_hashed(name, hash);
+    if (found != no_index) {
+        return found;
+    }
+    internal_assert(names_.size() < no_index, "ORDWELL/call_profile", "find_or_add", "function count < 4294967295");
+    char* const bytes = static_cast<char*>(name_bytes_.allocate(name.size(), 1));
+    std::copy(name.begin(), name.end(), bytes);
+    const std::uint32_t added = function_count();
+    names_.emplace_back(bytes, name.size());
+    name_index_.insert(hash, added);
+    return added;
+}
+
+void call_profile::add_edge(std::uint32_t caller, std::uint32_t callee, std::uint32_t weight) {
+    add_edge_hashed(caller, callee, weight, hash_of_pair(caller, callee));
+}
+
+void call_profile::add_edge_hashed(std::uint32_t caller, std::uint32_t callee, std::uint32_t weight,
+                                   std::uint32_t hash) {
+    has_weightless_edge_ |= weight == 0;
+    const std::uint32_t found = pair_index_.find(hash, [&](std::uint32_t number) {
+        const call_edge& edge = edges_[number];
+        return (edge.first == caller && edge.second == callee) || (edge.first == callee && edge.second == caller);
+    });
+    if (found != no_index) {
+        edges_[found].weight = saturating_sum(edges_[found].weight, weight);
+        return;
+    }
+    internal_assert(edges_.size() < no_index, "ORDWELL/call_profile", "add_edge", "edge count < 4294967295");
+    pair_index_.insert(hash, static_cast<std::uint32_t>(edges_.size()));
+    edges_.push_back({caller, callee, weight});
+}
+
+void call_profile::add_rows(std::span<const call_row> rows) {
+    struct resolved_row {
+        std::uint32_t caller_hash, callee_hash; // of the names
+        std::uint32_t caller, callee;           // the functions
+        std::uint32_t pair_hash;
+    };
+    std::array<resolved_row, batch_rows> resolved;
+
+    while (!rows.empty()) {
+        const std::span<const call_row> batch = rows.first(std::min(rows.size(), batch_rows));
+        rows = rows.subspan(batch.size());
+
+        for (std::size_t i = 0; i < batch.size(); ++i) {
+            // Profiles are grouped by caller: the last caller is often the next.
+            const bool same_caller = i > 0 && batch[i].caller == batch[i - 1].caller;
+            resolved[i].caller_hash = same_caller ? resolved[i - 1].caller_hash : hash_of_name(batch[i].caller);
+            resolved[i].callee_hash = hash_of_name(batch[i].callee);
+            name_index_.prefetch(resolved[i].caller_hash);
+            name_index_.prefetch(resolved[i].callee_hash);
+        }
+        for (std::size_t i = 0; i < batch.size(); ++i) {
+            name_index_.find(resolved[i].callee_hash, [&](std::uint32_t function) {
+                __builtin_prefetch(&names_[function]);
+                return true;
+            });
+        }
+        for (std::size_t i = 0; i < batch.size(); ++i) {
+            name_index_.find(resolved[i].callee_hash, [&](std::uint32_t function) {
+                __builtin_prefetch(names_[function].data());
+                return true;
+            });
+        }
+        for (std::size_t i = 0; i < batch.size(); ++i) {
+            const bool same_caller = i > 0 && batch[i].caller == batch[i - 1].caller;
+            resolved[i].caller =
+                same_caller ? resolved[i - 1].caller : find_or_add_hashed(batch[i].caller, resolved[i].caller_hash);
+            resolved[i].callee = find_or_add_hashed(batch[i].callee, resolved[i].callee_hash);
+            resolved[i].pair_hash = hash_of_pair(resolved[i].caller, resolved[i].callee);
+            pair_index_.prefetch(resolved[i].pair_hash);
+        }
+        for (std::size_t i = 0; i < batch.size(); ++i) {
+            if (resolved[i].caller != resolved[i].callee) {
+                add_edge_hashed(resolved[i].caller, resolved[i].callee, batch[i].weight, resolved[i].pair_hash);
+            }
+        }
+    }
+}

@@ -1,0 +1,168 @@
+// The calls as read: function names and weighted edges in their order of appearance, held compactly and indexed.
+//
+// A real profile has a million functions and several million rows, and a run spends most of its reading here, on
+// look-ups that miss the processor's caches. So names are numbered from 0 in the order of their appearance, edges
+// are three numbers in an array in the order of their creation, and two hash indexes lead from a name to its
+// number and from a pair of functions to their edge. Rows are added in batches: first every name of the batch
+// is hashed and its slot prefetched, then the names are resolved and the slots of the pairs prefetched, then the
+// edges are added, so that the waits for memory overlap. Rows (main,f,10), (f,g,3), (g,f,2) give
+//
+//     names   0 main   1 f   2 g
+//     edges   0 (main, f, 10)   1 (f, g, 5)
+//
+// An index slot is 8 bytes, a 32-bit hash and a number; only where the hash fits is the name or the edge itself
+// looked at. An index doubles when it is three quarters full; the hash's top bits are the slot, so growing
+// walks both arrays once from front to back.
+#pragma once
+
+#include <bit>
+#include <cstdint>
+#include <memory_resource>
+#include <span>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+/// A row of an input file that counts: its weight is not 0.
+struct call_row {
+    std::string_view caller; ///< borrowed
+    std::string_view callee; ///< borrowed
+    std::uint32_t weight;    ///< calls from caller to callee
+};
+
+/// An undirected edge between two functions.
+struct call_edge {
+    std::uint32_t first;  ///< number of the first end: the caller of the row that created the edge
+    std::uint32_t second; ///< number of the second end
+    std::uint32_t weight; ///< calls in both directions, saturating at 4294967295
+};
+
+/// 4294967295: the number that no function and no edge has.
+inline constexpr std::uint32_t no_index = 4294967295U;
+
+/// The largest weight, at which every sum of weights stays.
+inline constexpr std::uint32_t max_weight = 4294967295U;
+
+/// The sum of two weights, 4294967295 when it would exceed that.
+inline std::uint32_t saturating_sum(std::uint32_t a, std::uint32_t b) {
+    return b > max_weight - a ? max_weight : a + b;
+}
+
+/// A hash index: an open-addressing table of (32-bit hash, number) slots. What a number stands for, and so whether
+/// it is the wanted one, is known to the user of the index. Entries are never removed one by one.
+class hash_index {
+public:
+    hash_index();
+
+    /// Brings the home slot of `hash` into the cache.
+    void prefetch(std::uint32_t hash) const { __builtin_prefetch(&slots_[hash >> shift_]); }
+
+    /// The first number under `hash` for which `is_wanted(number)` holds, or no_index.
+    template <typename Predicate>
+    std::uint32_t find(std::uint32_t hash, Predicate is_wanted) const {
+        for (std::size_t i = hash >> shift_; slots_[i].number != no_index; i = (i + 1) & mask()) {
+            if (slots_[i].hash == hash && is_wanted(slots_[i].number)) {
+                return slots_[i].number;
+            }
+        }
+        return no_index;
+    }
+
+    /// Adds a number under `hash`, without looking whether it is there.
+    void insert(std::uint32_t hash, std::uint32_t number);
+
+    /// Whether the next insert() will double the table. Entries that became useless can be dropped before.
+    bool is_full() const { return size_ >= slots_.size() / 4 * 3; }
+
+    /// Drops every entry for which `is_useful(hash, number)` does not hold, and doubles the table if more than half of
+    /// it is still in use, so that there is room for a while.
+    template <typename Predicate>
+    void make_room(Predicate is_useful) {
+        rebuild(slots_.size(), is_useful);
+        if (size_ > slots_.size() / 2) {
+            grow();
+        }
+    }
+
+private:
+    struct slot {
+        std::uint32_t hash = 0;
+        std::uint32_t number = no_index; ///< no_index: the slot is free
+    };
+
+    std::size_t mask() const { return slots_.size() - 1; }
+    void place(slot entry);
+
+    void grow();
+
+    // Moves the useful entries into a new table of `slot_count` slots.
+    template <typename Predicate>
+    void rebuild(std::size_t slot_count, Predicate is_useful) {
+        const std::vector<slot> old = std::exchange(slots_, std::vector<slot>(slot_count));
+        shift_ = 32 - static_cast<unsigned int>(std::countr_zero(slot_count));
+        size_ = 0;
+        for (const slot& entry : old) {
+            if (entry.number != no_index && is_useful(entry.hash, entry.number)) {
+                place(entry);
+            }
+        }
+    }
+
+    std::vector<slot> slots_; ///< a power of two of them, at most 2^32
+    unsigned int shift_;      ///< 32 minus the binary logarithm of the number of slots
+    std::size_t size_ = 0;    ///< slots in use
+};
+
+/// The hash of an unordered pair of numbers, for an index from pairs to edges.
+inline std::uint32_t hash_of_pair(std::uint32_t a, std::uint32_t b) {
+    const std::uint64_t key = a < b ? std::uint64_t{a} << 32U | b : std::uint64_t{b} << 32U | a;
+    const std::uint64_t product = (key ^ key >> 32U) * 0x9e3779b97f4a7c15U; // 2^64 / the golden ratio
+    return static_cast<std::uint32_t>((product ^ product >> 29U) * 0xbf58476d1ce4e5b9U >> 32U);
+}
+
+/// Function names and weighted edges as read.
+class call_profile {
+public:
+    call_profile() = default;
+    call_profile(const call_profile& other);
+    call_profile& operator=(const call_profile&) = delete;
+
+    std::uint32_t function_count() const { return static_cast<std::uint32_t>(names_.size()); }
+
+    /// The name of a function; valid as long as the profile.
+    std::string_view name(std::uint32_t function) const { return names_[function]; }
+
+    /// The function of a name, or no_index.
+    std::uint32_t find(std::string_view name) const;
+
+    /// The function of a name, added when it is new.
+    std::uint32_t find_or_add(std::string_view name);
+
+    /// The edges in the order of their creation.
+    std::span<const call_edge> edges() const { return edges_; }
+
+    /// The index from pairs of functions, under hash_of_pair(), to edges.
+    const hash_index& pairs() const { return pair_index_; }
+
+    /// Adds `weight` to the edge between two different functions, creating it at the back when there is none.
+    void add_edge(std::uint32_t caller, std::uint32_t callee, std::uint32_t weight);
+
+    /// Adds the functions and edges of rows in their order, a caller before its callee. A row whose two names are
+    /// equal adds the function alone.
+    void add_rows(std::span<const call_row> rows);
+
+    /// Whether an edge of weight 0 was ever added.
+    bool has_weightless_edge() const { return has_weightless_edge_; }
+
+private:
+    std::uint32_t find_hashed(std::string_view name, std::uint32_t hash) const;
+    std::uint32_t find_or_add_hashed(std::string_view name, std::uint32_t hash);
+    void add_edge_hashed(std::uint32_t caller, std::uint32_t callee, std::uint32_t weight, std::uint32_t hash);
+
+    std::pmr::monotonic_buffer_resource name_bytes_; ///< owns the bytes of all names
+    std::vector<std::string_view> names_;
+    hash_index name_index_;
+    std::vector<call_edge> edges_;
+    hash_index pair_index_;
+    bool has_weightless_edge_ = false;
+};

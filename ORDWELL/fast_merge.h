@@ -1,0 +1,17 @@
+// Fast merging: the result of step-by-step Pettis-Hansen merging, byte for byte, in nearly linear time.
+#pragma once
+
+#include "ORDWELL/call_profile.h"
+
+#include <cstdint>
+#include <vector>
+
+/// Functions arranged in chains.
+struct function_layout {
+    std::vector<std::uint32_t> functions;  ///< every function once, chain after chain, each from its front
+    std::vector<std::uint32_t> chain_ends; ///< for each chain, how many functions stand up to its end
+};
+
+/// Merges a profile, none of whose edges may have weight 0, until no edge is left. The chains stand in vertex order: by
+/// the first-read function among those by which they survived.
+function_layout merge_fast(const call_profile& profile);

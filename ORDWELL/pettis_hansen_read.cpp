@@ -1,0 +1,212 @@
+// The reader of weighted call graph files.
+//
+//     "caller","callee","weight"
+//     main,f,10
+//     f,g,3
+//
+// The first line is the header. Every further line is a row of three fields; anything behind the weight is ignored, and
+// so is a row that starts with a double quote (the header again, where files were concatenated) or whose weight is
+// 0. Names are taken byte for byte. The first bad row ends the file with one message; what was read before it stays.
+//
+// The file is read in blocks of whole lines, so that a row is looked at where it was read and its names are copied
+// only when they are new. Rows go to the graph in batches (ORDWELL/call_profile.h says why). The input may be
+// anything that can be read, such as a pipe; a directory opens but yields no line.
+#include "DIAG/diag_messages.h"
+#include "ORDWELL/pettis_hansen.h"
+#include "support/debug_switch.h"
+
+#include <cerrno>
+#include <charconv>
+#include <cstring>
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace {
+
+const register_option debug_wcg("debug:wcg");
+
+constexpr const char* graph_file = "ORDWELL/pettis_hansen";
+
+bool is_space(char c) {
+    return c == ' ' || (c >= '\t' && c <= '\r');
+}
+
+/// An input file as a sequence of blocks of whole lines.
+class line_blocks {
+public:
+    /// Opens the file; is_open() tells whether that worked.
+    explicit line_blocks(const char* filename) : file_(open(filename, O_RDONLY | O_CLOEXEC)), buffer_(block_size) {}
+    ~line_blocks() {
+        if (is_open()) {
+            close(file_);
+        }
+    }
+    line_blocks(const line_blocks&) = delete;
+    line_blocks& operator=(const line_blocks&) = delete;
+
+    bool is_open() const { return file_ >= 0; }
+
+    /// The next lines with their line feeds, which only the last line of the file may lack; empty at the end of the
+    /// file or at a read error. Valid until the next call.
+    std::string_view next() {
+        // What is left of the last block is the start of a line: it moves to the front.
+        std::memmove(buffer_.data(), buffer_.data() + taken_, filled_ - taken_);
+        filled_ -= taken_;
+        taken_ = 0;
+        for (;;) {
+            if (filled_ == buffer_.size()) { // a line longer than the buffer
+                buffer_.resize(buffer_.size() * 2);
+            }
+            const ssize_t count = ::read(file_, buffer_.data() + filled_, buffer_.size() - filled_);
+            if (count < 0 && errno == EINTR) {
+                continue;
+            }
+            if (count <= 0) {
+                taken_ = filled_;
+                return {buffer_.data(), filled_};
+            }
+            const char* const added = buffer_.data() + filled_;
+            filled_ += static_cast<std::size_t>(count);
+            const void* const line_feed = memrchr(added, '\n', static_cast<std::size_t>(count));
+            if (line_feed != nullptr) {
+                taken_ = static_cast<std::size_t>(static_cast<const char*>(line_feed) - buffer_.data()) + 1;
+                return {buffer_.data(), taken_};
+            }
+        }
+    }
+
+private:
+    static constexpr std::size_t block_size = 256 * 1024; // fits the second-level cache
+
+    int file_;
+    std::vector<char> buffer_;
+    std::size_t filled_ = 0; ///< bytes in the buffer
+    std::size_t taken_ = 0;  ///< how many of them were handed out
+};
+
+/// Takes the first line, without its line feed, off the front of `block`.
+std::string_view take_line(std::string_view& block) {
+    const std::size_t line_feed = block.find('\n');
+    const std::string_view line = block.substr(0, line_feed);
+    block.remove_prefix(line_feed == std::string_view::npos ? block.size() : line_feed + 1);
+    return line;
+}
+
+/// Takes the text up to the next comma, and the comma, off the front of `rest`.
+std::string_view take_field(std::string_view& rest) {
+    const std::size_t comma = rest.find(',');
+    const std::string_view field = rest.substr(0, comma);
+    rest.remove_prefix(comma == std::string_view::npos ? rest.size() : comma + 1);
+    return field;
+}
+
+/// Reads a weight: white space, an optional sign, decimal digits. A minus sign negates modulo 2^32. False when there is
+/// no digit or the digits exceed 4294967295.
+bool parse_weight(std::string_view text, std::uint32_t& weight) {
+    while (!text.empty() && is_space(text.front())) {
+        text.remove_prefix(1);
+    }
+    const bool negative = text.starts_with('-');
+    if (negative || text.starts_with('+')) {
+        text.remove_prefix(1);
+    }
+    if (std::from_chars(text.data(), text.data() + text.size(), weight).ec != std::errc()) {
+        return false;
+    }
+    weight = negative ? 0 - weight : weight;
+    return true;
+}
+
+/// What a line after the header turned out to be.
+enum class line_kind { row, skipped, bad_caller, bad_callee, bad_weight };
+
+line_kind parse_row(std::string_view line, call_row& row) {
+    if (line.starts_with('"')) {
+        return line_kind::skipped;
+    }
+    if (line.empty()) {
+        return line_kind::bad_caller;
+    }
+    row.caller = take_field(line);
+    if (line.empty()) {
+        return line_kind::bad_callee;
+    }
+    row.callee = take_field(line);
+    if (!parse_weight(line, row.weight)) {
+        return line_kind::bad_weight;
+    }
+    return row.weight == 0 ? line_kind::skipped : line_kind::row;
+}
+
+void report_bad_row(line_kind kind, const char* filename, int line_number) {
+    switch (kind) {
+    case line_kind::bad_caller:
+        DIAG::raise<DIAG::owl_caller_read_failure>(graph_file, 230, filename, line_number);
+        break;
+    case line_kind::bad_callee:
+        DIAG::raise<DIAG::owl_callee_read_failure>(graph_file, 236, filename, line_number);
+        break;
+    case line_kind::bad_weight:
+        DIAG::raise<DIAG::owl_weight_read_failure>(graph_file, 242, filename, line_number);
+        break;
+    case line_kind::row:
+    case line_kind::skipped:
+        break;
+    }
+}
+
+} // namespace
+
+void PETTIS_HANSEN_GRAPH::read(std::string& filename) {
+    line_blocks blocks(filename.c_str());
+    if (!blocks.is_open()) {
+        DIAG::raise<DIAG::owl_nonfatal_error_opening_inputfile>(graph_file, 177, filename.c_str());
+        return;
+    }
+    std::string_view block = blocks.next();
+    std::string header(take_line(block));
+    if (!verify_csv_header(header)) {
+        DIAG::raise<DIAG::owl_bad_csv_file_header>(graph_file, 189, filename.c_str());
+        return;
+    }
+    line_kind kind = line_kind::row;
+    int line_number = 1;
+    std::vector<call_row> rows; // those of one block
+    do {
+        rows.clear();
+        while (!block.empty()) {
+            ++line_number;
+            call_row row;
+            kind = parse_row(take_line(block), row);
+            if (kind == line_kind::row) {
+                rows.push_back(row);
+            } else if (kind != line_kind::skipped) {
+                break;
+            }
+        }
+        add_rows(rows);
+        if (kind != line_kind::row && kind != line_kind::skipped) {
+            report_bad_row(kind, filename.c_str(), line_number);
+            break;
+        }
+        block = blocks.next();
+    } while (!block.empty());
+    if (debug_wcg) {
+        dump_graph();
+    }
+}
+
+bool PETTIS_HANSEN_GRAPH::verify_csv_header(std::string& line) {
+    std::string_view rest(line);
+    if (take_field(rest) != "\"caller\"" || take_field(rest) != "\"callee\"") {
+        return false;
+    }
+    while (!rest.empty() && is_space(rest.front())) {
+        rest.remove_prefix(1);
+    }
+    std::size_t length = 0;
+    while (length < rest.size() && !is_space(rest[length])) {
+        ++length;
+    }
+    return rest.substr(0, length) == "\"weight\"";
+}
