@@ -22,8 +22,7 @@ constexpr row_flags IN = {true, true};
     {code, text, nullptr, severity, flags.internal, flags.nondiscretionary},
 #define DIAG_BARE(code, severity, flags, text) {code, text, nullptr, severity, flags.internal, flags.nondiscretionary},
 DIAG_INFO DIAG_INFO_ENTRY[] = {
-    DIAG_CATALOGUE_LIST(DIAG_ROW, DIAG_BARE){0, nullptr, nullptr, dc_SUPPRESSED, false, false}
-};
+    DIAG_CATALOGUE_LIST(DIAG_ROW, DIAG_BARE){0, nullptr, nullptr, dc_SUPPRESSED, false, false}};
 
 bool DIAG_INFO::is_discretionary() const {
     return !internal && !nondiscretionary && severity < dc_FATAL && severity != dc_ADVICE;

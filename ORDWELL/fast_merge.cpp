@@ -183,10 +183,7 @@ merger::merger(const call_profile& profile)
       clock_(static_cast<std::int64_t>(edges_.size())) {
     for (std::uint32_t number = 0; number < edges_.size(); ++number) {
         const call_edge& read = profile.edges()[number];
-        edges_[number] = {
-            {read.first, read.second},
-            read.weight, 0, true
-        };
+        edges_[number] = {{read.first, read.second}, read.weight, 0, true};
         places_[number] = {number, number};
         sorted_[number] = std::uint64_t{max_weight - read.weight} << 32U | number;
         ++groups_[read.first].entries;
@@ -237,9 +234,7 @@ bool merger::next_edge(std::uint32_t& number) {
         }
         if (has_sorted) {
             const auto head = static_cast<std::uint32_t>(sorted_[next_sorted_]);
-            if (queue_.empty() || queue_.top() < queue_entry{
-                                                     edges_[head].weight, head, {head, head}
-            }) {
+            if (queue_.empty() || queue_.top() < queue_entry{edges_[head].weight, head, {head, head}}) {
                 ++next_sorted_;
                 number = head;
                 return true;

@@ -23,8 +23,7 @@ struct candidate {
     PH_add_fwd_rev direction;
 };
 constexpr std::array<candidate, 4> candidates = {
-    {{PH_FORE, PH_FWD}, {PH_FORE, PH_REV}, {PH_AFT, PH_FWD}, {PH_AFT, PH_REV}}
-};
+    {{PH_FORE, PH_FWD}, {PH_FORE, PH_REV}, {PH_AFT, PH_FWD}, {PH_AFT, PH_REV}}};
 
 } // namespace
 

@@ -22,15 +22,8 @@ struct branch_prefix {
 };
 // The first that matches counts, so a prefix of another stands behind it.
 constexpr branch_prefix branch_prefixes[] = {
-    {"release",   "ZA"},
-    {"candidate", "ZB"},
-    {"stable",    "ZC"},
-    {"nightly",   "ZD"},
-    {"develop",   "ZE"},
-    {"feature",   "ZF"},
-    {"bugfix",    "ZG"},
-    {"hotfix",    "ZH"},
-    {"main",      "ZI"},
+    {"release", "ZA"}, {"candidate", "ZB"}, {"stable", "ZC"}, {"nightly", "ZD"}, {"develop", "ZE"},
+    {"feature", "ZF"}, {"bugfix", "ZG"},    {"hotfix", "ZH"}, {"main", "ZI"},
 };
 
 char upper(char c) {

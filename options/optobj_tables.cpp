@@ -1,7 +1,7 @@
 // The tables of the option object, indexed by option identifier.
 //
-// Tables that are empty or uniform in this tool are writable members, protected in option_obj: a test (or a tool built on
-// this object) derives a class from it and puts its rows in place at run time. Nothing else here needs to change.
+// Tables that are empty or uniform in this tool are writable members, protected in option_obj: a test (or a tool built
+// on this object) derives a class from it and puts its rows in place at run time. Nothing else here needs to change.
 #include "options/banner.h"
 #include "options/optobj.h"
 #include "options/rotated_text.h"
@@ -32,23 +32,27 @@ std::array<std::int32_t, option_obj::option_count> option_obj::parm_type = {
 };
 
 const option_obj::oneof_item option_obj::OO_DIAG_WRAP_ITEMLIST[] = {
-    {"+on",   2},
-    {"+off",  1},
+    {"+on", 2},
+    {"+off", 1},
     {nullptr, 0},
 };
 
 std::array<const char*, option_obj::option_count> option_obj::enum_to_enumtxt = {
-    rotated<"OPT_BUFFER_DIAGNOSTICS">, rotated<"OPT_DEBUG_SWITCH">,
-    rotated<"OPT_DEBUG_OPTIONS">,    rotated<"OPT_DIAG_WRAP">,
-    rotated<"OPT_DISABLE_PASS">,       rotated<"OPT_EMIT_WARNINGS_AS_ERRORS">,
+    rotated<"OPT_BUFFER_DIAGNOSTICS">,   rotated<"OPT_DEBUG_SWITCH">,
+    rotated<"OPT_DEBUG_OPTIONS">,        rotated<"OPT_DIAG_WRAP">,
+    rotated<"OPT_DISABLE_PASS">,         rotated<"OPT_EMIT_WARNINGS_AS_ERRORS">,
     rotated<"OPT_PREFERRED_ORDER_FILE">, rotated<"OPT_TOOLVERSION">,
 };
 
 std::array<const char*, option_obj::option_count> option_obj::enum_to_optiontxt = {
-    rotated<"--buffer_diagnostics">,   debug_switch_text,
-    debug_options_text,              rotated<"--diag_wrap">,
-    disable_pass_text,                 rotated<"--emit_warnings_as_errors">,
-    rotated<"--preferred_order_file">, rotated<"--toolversion">,
+    rotated<"--buffer_diagnostics">,
+    debug_switch_text,
+    debug_options_text,
+    rotated<"--diag_wrap">,
+    disable_pass_text,
+    rotated<"--emit_warnings_as_errors">,
+    rotated<"--preferred_order_file">,
+    rotated<"--toolversion">,
 };
 
 // Designators name the columns; a field that is left out is null, 0 or false.
@@ -88,8 +92,9 @@ std::array<option_obj::option_definition, option_obj::option_count + 1> option_o
         .param_name = rotated<"on,off">,
         .param_optional = 1,
         .short_help = rotated<"wrap diagnostics at column 79 (default: on)">,
-        .long_help = rotated<"Breaks long diagnostics at column 79, or with off writes each as one line, which is easier "
-                             "to search.  Example: --diag_wrap=off">,
+        .long_help =
+            rotated<"Breaks long diagnostics at column 79, or with off writes each as one line, which is easier "
+                    "to search.  Example: --diag_wrap=off">,
         .help_class = 1,
         .oneof_items = OO_DIAG_WRAP_ITEMLIST,
         .help_rank = 500,
@@ -109,8 +114,9 @@ std::array<option_obj::option_definition, option_obj::option_count + 1> option_o
         .alt_texts = {rotated<"-pdew">},
         .param_name = no_text,
         .short_help = rotated<"report warnings as errors">,
-        .long_help = rotated<"Reports warnings as errors, except those whose severity is fixed, such as the one about a "
-                             "missing output file name.  Example: --emit_warnings_as_errors">,
+        .long_help =
+            rotated<"Reports warnings as errors, except those whose severity is fixed, such as the one about a "
+                    "missing output file name.  Example: --emit_warnings_as_errors">,
         .help_class = 1,
         .help_rank = 500,
     },
@@ -166,9 +172,8 @@ const std::map<std::string, option_obj::tool_name> option_obj::tool_cmd_map =
         "ar", tool_name::archiver)("ld", tool_name::linker);
 
 // File options have identifiers from 10 on and no definition of their own.
-const std::map<option_obj::tool_name, option_obj::option_id> option_obj::tn_fileopt_map =
-    boost::assign::map_list_of(tool_name::compiler, static_cast<option_id>(10))(
-        tool_name::assembler, static_cast<option_id>(11))(tool_name::archiver, static_cast<option_id>(12))(
-        tool_name::linker, static_cast<option_id>(13));
+const std::map<option_obj::tool_name, option_obj::option_id> option_obj::tn_fileopt_map = boost::assign::map_list_of(
+    tool_name::compiler, static_cast<option_id>(10))(tool_name::assembler, static_cast<option_id>(11))(
+    tool_name::archiver, static_cast<option_id>(12))(tool_name::linker, static_cast<option_id>(13));
 
 const char* const option_obj::file_option_label = rotated<"--file">;
