@@ -3,9 +3,11 @@
 // Step-by-step merging (ORDWELL/pettis_hansen_merge.cpp) says what happens; this file reaches the same end without the
 // walks over the edge list and the chains. For a merge of u (survives) and v (removed) it needs four things fast.
 //
-// 1. The heaviest edge, the first in creation order among equals. The edges as read are sorted once; a queue holds only
-//    those whose weight or place changed since. A place can only move back, so an entry that is out of date is too
-//    optimistic: it is put back with its present place when it surfaces. Folding makes a new entry, and kills an edge.
+// 1. The heaviest edge, the first in creation order among equals. Edges lie in buckets by weight, unsorted; a bucket is
+//    sorted when every heavier edge is gone. What changes while its bucket is being worked off, or becomes heavier than
+//    that, goes to a heap, which stays small. A place can only move back, so a queued edge whose place is out of date
+//    is too optimistic: it is queued again with its present place when it surfaces. Folding queues an edge anew, and
+//    kills one.
 //
 // 2. The scores of the four joins. With chains of p and q names, L = p + q, positions i in chain 1 and j in chain 2:
 //
@@ -46,10 +48,9 @@
 // is kept in small records of its own.
 #include "ORDWELL/fast_merge.h"
 
-#include <boost/sort/spreadsort/integer_sort.hpp>
-
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <compare>
 #include <queue>
 
@@ -98,10 +99,18 @@ struct queue_entry {
     std::uint32_t weight;
     std::uint32_t number;
     place at;
-    bool operator<(const queue_entry& other) const { // heaviest on top, then oldest
+    bool operator<(const queue_entry& other) const { // the next one is the greatest: heaviest, then oldest
         return weight != other.weight ? weight < other.weight : at > other.at;
     }
 };
+
+/// The buckets: weights below 512 have one each, others share one with those of the same first nine binary digits.
+/// Heavier weights have higher buckets.
+constexpr std::size_t bucket_count = 25 * 256;
+std::size_t bucket_of(std::uint32_t weight) {
+    const auto shift = static_cast<unsigned int>(std::max(static_cast<int>(std::bit_width(weight)) - 9, 0));
+    return std::size_t{shift} * 256 + (weight >> shift);
+}
 
 /// A live edge of the side that is rewritten, or that moves.
 struct moving_edge {
@@ -136,7 +145,9 @@ private:
     void index_edge(std::uint32_t number, std::uint32_t hash);
     void fold_sums(std::uint32_t into, std::uint32_t gone, std::uint32_t kept, std::uint32_t from);
     void rewrite_end(std::uint32_t number, std::uint32_t from, std::uint32_t kept);
-    void enqueue(std::uint32_t number) { queue_.push({edges_[number].weight, number, place_of(number)}); }
+    queue_entry entry_of(std::uint32_t number) const { return {edges_[number].weight, number, place_of(number)}; }
+    void enqueue(std::uint32_t number);
+    bool open_next_bucket();
     function_layout write_layout() const;
 
     place place_of(std::uint32_t number) const {
@@ -163,12 +174,13 @@ private:
     std::vector<edge> edges_;
     std::vector<place> places_; ///< by edge; of a follower, only the sequence number counts
     std::vector<std::array<std::uint64_t, 2>>
-        sums_;                          ///< by edge: sum of weight x own coordinate, modulo 2^64, at each end
-    std::vector<std::uint64_t> sorted_; ///< edges as read: inverted weight and number, heaviest first
-    std::size_t next_sorted_ = 0;
-    std::priority_queue<queue_entry> queue_; ///< edges whose weight or place changed
-    hash_index pairs_;                       ///< from pairs of groups to edges; entries of dead groups are useless
-    std::vector<std::uint32_t> incident_;    ///< edge numbers, segment after segment
+        sums_; ///< by edge: sum of weight x own coordinate, modulo 2^64, at each end
+    std::vector<std::vector<std::uint32_t>> buckets_; ///< edges by bucket_of() their weight, those gone included
+    std::size_t open_bucket_ = bucket_count;          ///< the bucket being worked off; lower ones wait
+    std::vector<queue_entry> run_;                    ///< what is left of it, the next edge at the back
+    std::priority_queue<queue_entry> heap_;           ///< edges queued since, not lighter than the open bucket
+    hash_index pairs_;                    ///< from pairs of groups to edges; entries of dead groups are useless
+    std::vector<std::uint32_t> incident_; ///< edge numbers, segment after segment
     std::vector<segment> segments_;
     std::vector<std::vector<std::uint32_t>> strays_;
     std::vector<std::array<std::uint32_t, 2>> links_; ///< by name: its neighbours in the chain, in no order
@@ -178,19 +190,17 @@ private:
 
 merger::merger(const call_profile& profile)
     : profile_(profile), groups_(profile.function_count()), edges_(profile.edges().size()), places_(edges_.size()),
-      sums_(edges_.size()), sorted_(edges_.size()), pairs_(profile.pairs()), incident_(2 * edges_.size()),
+      sums_(edges_.size()), buckets_(bucket_count), pairs_(profile.pairs()), incident_(2 * edges_.size()),
       segments_(groups_.size()), links_(groups_.size(), {no_index, no_index}),
       clock_(static_cast<std::int64_t>(edges_.size())) {
     for (std::uint32_t number = 0; number < edges_.size(); ++number) {
         const call_edge& read = profile.edges()[number];
         edges_[number] = {{read.first, read.second}, read.weight, 0, true};
         places_[number] = {number, number};
-        sorted_[number] = std::uint64_t{max_weight - read.weight} << 32U | number;
+        buckets_[bucket_of(read.weight)].push_back(number);
         ++groups_[read.first].entries;
         ++groups_[read.second].entries;
     }
-    boost::sort::spreadsort::integer_sort(sorted_.begin(), sorted_.end());
-
     std::uint64_t begin = 0;
     for (std::uint32_t vertex = 0; vertex < groups_.size(); ++vertex) {
         group& g = groups_[vertex];
@@ -213,43 +223,56 @@ function_layout merger::run() {
     return write_layout();
 }
 
+void merger::enqueue(std::uint32_t number) {
+    const std::size_t bucket = bucket_of(edges_[number].weight);
+    if (bucket < open_bucket_) {
+        buckets_[bucket].push_back(number);
+    } else {
+        heap_.push(entry_of(number));
+    }
+}
+
+// Takes the next bucket that is not empty to be worked off; false when there is none.
+bool merger::open_next_bucket() {
+    while (run_.empty() && open_bucket_ > 0) {
+        --open_bucket_;
+        const std::vector<std::uint32_t> numbers = std::move(buckets_[open_bucket_]);
+        for (std::size_t i = 0; i < numbers.size(); ++i) {
+            if (i + 16 < numbers.size()) {
+                __builtin_prefetch(&edges_[numbers[i + 16]]);
+                __builtin_prefetch(&places_[numbers[i + 16]]);
+            }
+            const std::uint32_t weight = edges_[numbers[i]].weight;
+            if (weight != 0 && bucket_of(weight) == open_bucket_) { // else it is gone, or queued elsewhere
+                run_.push_back(entry_of(numbers[i]));
+            }
+        }
+        std::sort(run_.begin(), run_.end());
+    }
+    return !run_.empty();
+}
+
 // The heaviest edge, the oldest among equals; false when none is left.
 bool merger::next_edge(std::uint32_t& number) {
     for (;;) {
-        // The head of the edges as read, unless it died, gained weight or moved.
-        while (next_sorted_ < sorted_.size()) {
-            const auto head = static_cast<std::uint32_t>(sorted_[next_sorted_]);
-            const auto weight = max_weight - static_cast<std::uint32_t>(sorted_[next_sorted_] >> 32U);
-            if (edges_[head].weight == weight) {
-                if (place_of(head) == place{head, head}) {
-                    break;
-                }
-                enqueue(head);
-            }
-            ++next_sorted_;
-        }
-        const bool has_sorted = next_sorted_ < sorted_.size();
-        if (queue_.empty() && !has_sorted) {
+        if (run_.empty() && heap_.empty() && !open_next_bucket()) {
             return false;
         }
-        if (has_sorted) {
-            const auto head = static_cast<std::uint32_t>(sorted_[next_sorted_]);
-            if (queue_.empty() || queue_.top() < queue_entry{edges_[head].weight, head, {head, head}}) {
-                ++next_sorted_;
-                number = head;
-                return true;
-            }
+        const bool from_heap = run_.empty() || (!heap_.empty() && run_.back() < heap_.top());
+        const queue_entry next = from_heap ? heap_.top() : run_.back();
+        if (from_heap) {
+            heap_.pop();
+        } else {
+            run_.pop_back();
         }
-        const queue_entry top = queue_.top();
-        queue_.pop();
-        if (edges_[top.number].weight != top.weight) {
-            continue; // it died or gained weight since
+        if (edges_[next.number].weight != next.weight) {
+            continue; // it is gone, or was queued again when it became heavier
         }
-        if (place_of(top.number) == top.at) {
-            number = top.number;
+        if (place_of(next.number) == next.at) {
+            number = next.number;
             return true;
         }
-        enqueue(top.number);
+        heap_.push(entry_of(next.number)); // it moved back
     }
 }
 
