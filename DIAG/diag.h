@@ -85,6 +85,11 @@ private:
     bool approx_;
 };
 
+/// A printf-style format, for which null stands for the empty text.
+inline const char* format_or_empty(const char* format) {
+    return format == nullptr ? "" : format;
+}
+
 /// The base of every diagnostic record. A record is written by print_header(), one or more print() and flush().
 class DIAGNOSTIC {
 public:

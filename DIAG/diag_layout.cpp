@@ -81,7 +81,7 @@ int DIAGNOSTIC::vprint(const char* format, std::va_list arguments) {
     if (suppress()) {
         return 0;
     }
-    const char* const text_format = format == nullptr ? "" : format;
+    const char* const text_format = format_or_empty(format);
     std::va_list again;
     va_copy(again, arguments);
     const int length = std::vsnprintf(buffer.data(), buffer.size(), text_format, arguments);
@@ -180,7 +180,7 @@ char* DIAGNOSTIC::sp_print(const char* format, ...) {
     std::va_list arguments;
     va_start(arguments, format);
     char* text = nullptr;
-    const int length = vasprintf(&text, format == nullptr ? "" : format, arguments);
+    const int length = vasprintf(&text, format_or_empty(format), arguments);
     va_end(arguments);
     if (length < 0) {
         std::fputs("OUT OF MEMORY - APPLICATION ABORTED\n", stderr);

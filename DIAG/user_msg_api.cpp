@@ -101,7 +101,7 @@ void USER_MSG::die(const char* name, const char* format, ...) {
 
 char* USER_MSG::make_msg_str(const char* format, std::va_list arguments) {
     char* text = nullptr;
-    if (vasprintf(&text, format == nullptr ? "" : format, arguments) < 0) {
+    if (vasprintf(&text, format_or_empty(format), arguments) < 0) {
         out_of_memory();
     }
     return text;

@@ -169,7 +169,6 @@ private:
         }
     }
 
-    const call_profile& profile_;
     std::vector<group> groups_;
     std::vector<edge> edges_;
     std::vector<place> places_; ///< by edge; of a follower, only the sequence number counts
@@ -189,10 +188,9 @@ private:
 };
 
 merger::merger(const call_profile& profile)
-    : profile_(profile), groups_(profile.function_count()), edges_(profile.edges().size()), places_(edges_.size()),
-      sums_(edges_.size()), buckets_(bucket_count), pairs_(profile.pairs()), incident_(2 * edges_.size()),
-      segments_(groups_.size()), links_(groups_.size(), {no_index, no_index}),
-      clock_(static_cast<std::int64_t>(edges_.size())) {
+    : groups_(profile.function_count()), edges_(profile.edges().size()), places_(edges_.size()), sums_(edges_.size()),
+      buckets_(bucket_count), pairs_(profile.pairs()), incident_(2 * edges_.size()), segments_(groups_.size()),
+      links_(groups_.size(), {no_index, no_index}), clock_(static_cast<std::int64_t>(edges_.size())) {
     for (std::uint32_t number = 0; number < edges_.size(); ++number) {
         const call_edge& read = profile.edges()[number];
         edges_[number] = {{read.first, read.second}, read.weight, 0, true};

@@ -55,7 +55,7 @@ int main(int argc, char** argv) {
     saved_argc = argc;
     saved_argv = argv;
 
-    auto* const options = new option_obj(true); // lives until the process ends
+    static option_obj* const options = new option_obj(true); // lives until the process ends
     if (argc > 0 && argv[0] != nullptr) {
         option_obj::executable_name = argv[0];
     }

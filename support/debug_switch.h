@@ -22,7 +22,7 @@ public:
     operator int() const;
 
     /// Whether a level other than 0 is set.
-    operator bool() const;
+    explicit operator bool() const;
 
     /// Stores `level` under the switch's name.
     register_option& operator=(int level);

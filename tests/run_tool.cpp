@@ -1,0 +1,50 @@
+#include "tests/run_tool.h"
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <sstream>
+#include <sys/wait.h>
+
+scratch_folder::scratch_folder() : path_((std::filesystem::temp_directory_path() / "ordwell-XXXXXX").string()) {
+    if (mkdtemp(path_.data()) == nullptr) {
+        std::abort();
+    }
+}
+
+scratch_folder::~scratch_folder() {
+    std::filesystem::remove_all(path_);
+}
+
+void scratch_folder::write(const std::string& name, const std::string& bytes) const {
+    std::ofstream(path_ + "/" + name, std::ios::binary) << bytes;
+}
+
+std::string scratch_folder::read(const std::string& name) const {
+    std::ifstream file(path_ + "/" + name, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+bool scratch_folder::has(const std::string& name) const {
+    return std::filesystem::exists(path_ + "/" + name);
+}
+
+outcome scratch_folder::run(const std::string& command) const {
+    write(".command", "ordwell() { " ORDWELL_TOOL " \"$@\"; }\n" + command);
+    const int status = std::system(("cd " + path_ + " && sh .command >.out 2>.err").c_str());
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status), read(".out"), read(".err")};
+}
+
+std::string csv(const std::string& rows) {
+    return "\"caller\",\"callee\",\"weight\"\n" + rows;
+}
+
+std::string order_of(const std::string& names) {
+    std::istringstream words(names);
+    std::string order;
+    for (std::string name; words >> name;) {
+        order += "--preferred_order=\"" + name + "\"\n";
+    }
+    return order;
+}

@@ -1,0 +1,276 @@
+// History, export and merging of option sets. The tool's own merge tables are empty: tests put theirs in place.
+#include "DIAG/diag.h"
+#include "tests/open_options.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <functional>
+#include <initializer_list>
+
+namespace {
+
+using id = option_obj::option_id;
+constexpr auto order_file = option_obj::opt_preferred_order_file;
+constexpr auto wrap = option_obj::opt_diag_wrap;
+constexpr auto buffer = option_obj::opt_buffer_diagnostics;
+
+std::string printed(const std::function<void()>& action) {
+    testing::internal::CaptureStdout();
+    action();
+    return testing::internal::GetCapturedStdout();
+}
+
+std::string taken(char* text) {
+    const std::string result = text == nullptr ? "(null)" : text;
+    std::free(text);
+    return result;
+}
+
+std::string taken(option_obj::option_id* list) {
+    std::string result;
+    for (const option_obj::option_id* p = list; *p != option_obj::opt_end; ++p) {
+        result += std::to_string(*p);
+    }
+    std::free(list);
+    return result;
+}
+
+open_options with(std::initializer_list<const char*> arguments, const char* file = "<internal>") {
+    open_options options;
+    for (const char* const argument : arguments) {
+        options.apply(argument);
+    }
+    options.current_file = file;
+    return options;
+}
+
+class MergeOptions : public testing::Test {
+protected:
+    void TearDown() override {
+        open_options::merge_policy_functions = {};
+        open_options::mutex_merge_override_functions = {};
+        open_options::merge_conflicts = {};
+        open_options::parm_type[wrap] = option_obj::parm_oneof;
+        DIAGNOSTIC::wrap_enabled_m = true;
+        DIAGNOSTIC::error_count_m = 0;
+    }
+    using arguments = std::initializer_list<const char*>;
+
+    // The options after merging `there` into `here` under one policy for all options.
+    static std::string print_merged(option_obj::merge_policy policy, arguments here, arguments there) {
+        open_options::merge_policy_functions.fill(policy);
+        open_options mine = with(here);
+        open_options others = with(there, "b.o");
+        DIAGNOSTIC::wrap_enabled_m = true; // whatever the options did to it
+        mine.merge_options(others);
+        return taken(mine.print());
+    }
+
+    // The same, and what was said.
+    static std::string merged(option_obj::merge_policy policy, arguments here, arguments there) {
+        testing::internal::CaptureStderr();
+        const std::string options = print_merged(policy, here, there);
+        return options + "\n" + testing::internal::GetCapturedStderr();
+    }
+};
+
+TEST(History, PrintsSettingsInOrder) {
+    open_options options;
+    options.apply("-ox");
+    options.apply("-pdb");
+    options.addfileopt("a.c", "cc");
+    options.addfileopt("b.o", "ld");
+    options.addfileopt("", "ld");
+    options.addfileopt("c.o", "");
+    testing::internal::CaptureStderr();
+    options.trace = true;
+    EXPECT_EQ(printed([&] { options.addfileopt("d.x", "mystery"); }),
+              "owl option debug: Add file 'd.x' to mystery's history\n");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "warning: No known tool \"mystery\" when adding file to option list.\n");
+    EXPECT_EQ(printed([&] { options.dump_history(); }),
+              "--preferred_order_file=x\n--buffer_diagnostics\n--file=a.c\n--file=b.o\n--file=d.x\n");
+}
+
+TEST(Export, RendersSettings) {
+    open_options options = with({"-pdb", "-oa", "-ob", "--diag_wrap=off"});
+    EXPECT_EQ(taken(options.export_option(wrap, 0)), "--diag_wrap=off");
+    EXPECT_EQ(taken(options.export_option(order_file, 1)), "--preferred_order_file=b");
+    EXPECT_EQ(taken(options.export_option(order_file, 2)), "(null)");
+    EXPECT_EQ(taken(options.export_option(order_file, -1)), "(null)");
+    EXPECT_EQ(taken(options.export_option(buffer, 5)), "--buffer_diagnostics");
+    EXPECT_EQ(taken(options.export_option(option_obj::opt_end, 0)), "(null)");
+    EXPECT_EQ(taken(options.export_option(option_obj::opt_disable_pass, 0)), "(null)"); // never set
+    EXPECT_EQ(taken(options.print()),
+              "--buffer_diagnostics --diag_wrap=off --preferred_order_file=a --preferred_order_file=b");
+    options.setarg(wrap, 0L);
+    EXPECT_EQ(taken(options.export_option(wrap, 0)), "--diag_wrap");
+    options.setarg(wrap, 9L);
+    EXPECT_EQ(taken(options.export_option(wrap, 0)), "--diag_wrap=error");
+    options.clearopt(buffer);
+    EXPECT_EQ(taken(options.export_option(buffer, 0)), "(null)");
+    EXPECT_EQ(taken(options.export_option_list(option_obj::export_all)), "01234567");
+    EXPECT_EQ(taken(options.export_option_list(option_obj::export_touched_or_set)), "036");
+    EXPECT_EQ(taken(options.export_option_list(option_obj::export_set)), "36");
+    const auto class_of = [](int number) { return static_cast<option_obj::class_id>(number); };
+    EXPECT_EQ(taken(options.export_option_class(option_obj::export_all, class_of(4))), "146");
+    EXPECT_EQ(taken(options.export_option_class(option_obj::export_set, class_of(4))), "6");
+    EXPECT_EQ(taken(options.export_option_class(option_obj::export_all, class_of(8))), "");
+    const std::vector<option_obj::optlist> pairs = {{order_file, "--preferred_order_file=a"},
+                                                    {order_file, "--preferred_order_file=b"}};
+    EXPECT_EQ(options.export_option_pairs(option_obj::export_set, class_of(4)), pairs);
+    const auto classes = [&](int number) {
+        std::string text;
+        for (const auto member : options.class_list_for_option(static_cast<id>(number))) {
+            text += std::to_string(member);
+        }
+        return text;
+    };
+    EXPECT_EQ(classes(3), "0123");
+    EXPECT_EQ(classes(0) + "," + classes(8) + "," + classes(9) + "," + classes(46) + "," + classes(47), "0,,0,0,");
+}
+
+TEST(Export, DumpsSettings) {
+    open_options options = with({"-oa", "-ob"});
+    EXPECT_EQ(printed([&] { options.dump(0); }), "--preferred_order_file     STRING LIST ARG: a b\n");
+    options.clearopt(order_file);
+    options.apply("-pdb");
+    EXPECT_EQ(printed([&] { options.dump(1); }),
+              "--buffer_diagnostics       SEEN      ENABLED   NO ARGS\n"
+              "--debug:                   not seen  disabled  STRING LIST ARG: <arg not provided>\n"
+              "--debug_options            not seen  disabled  NO ARGS\n"
+              "--diag_wrap                not seen  disabled  ENUMERATED ARG: <arg not provided>\n"
+              "--disable:                 not seen  disabled  STRING LIST ARG: <arg not provided>\n"
+              "--emit_warnings_as_errors  not seen  disabled  NO ARGS\n"
+              "--preferred_order_file     SEEN      disabled  STRING LIST ARG: <arg not provided>\n"
+              "--toolversion              not seen  disabled  NO ARGS\n");
+}
+
+TEST_F(MergeOptions, ComparesArguments) {
+    using argument = option_obj::an_argument_t;
+    const auto argument_of = [](int type, const char* text) {
+        open_options::parm_type[wrap] = type;
+        open_options options;
+        options.setarg(wrap, text);
+        argument result;
+        options.get_argument(wrap, &result);
+        return result;
+    };
+    const argument nothing;
+    const argument minus_one = argument_of(option_obj::parm_number, "-1");
+    const argument two = argument_of(option_obj::parm_number, "2");
+    const argument large = argument_of(option_obj::parm_unsigned, "0xffffffffffffffff");
+    const argument small = argument_of(option_obj::parm_unsigned, "3");
+    const argument text = argument_of(option_obj::parm_string, "b");
+    EXPECT_TRUE(nothing == argument() && two == two && !(two == minus_one) && !(two == small));
+    EXPECT_TRUE(two > minus_one && large > small && text > argument_of(option_obj::parm_string, "a"));
+    EXPECT_TRUE(text > nothing && !(nothing > text) && !(nothing > nothing) && !(text > text));
+    const argument list = argument_of(option_obj::parm_string_list, "x");
+    EXPECT_EQ(list.count, 1U);
+    EXPECT_EQ(std::get<std::string>(std::get<std::vector<argument>>(list.value)[0].value), "x");
+    EXPECT_DEATH(static_cast<void>(list == list), "type != list");
+    EXPECT_DEATH(static_cast<void>(two > text), "types can be compared");
+}
+
+TEST_F(MergeOptions, FollowsEachPolicy) {
+    using o = option_obj;
+    const std::string off = "--diag_wrap=off";
+    const std::string on = "--diag_wrap=on";
+    const struct {
+        o::merge_policy policy;
+        std::initializer_list<const char*> here;
+        std::initializer_list<const char*> there;
+        std::string expected;
+    } cases[] = {
+        {nullptr, {"-pdb"}, {"-oa"}, "--buffer_diagnostics\n"},
+        {&o::merge_policy_none, {"-pdb"}, {"-oa"}, "--buffer_diagnostics\n"},
+        {&o::merge_policy_main, {"-pdb"}, {"-oa"}, "--buffer_diagnostics\n"},
+        {&o::merge_policy_exact,
+         {"-pdb", "--diag_wrap"},
+         {"-pdb", "--diag_wrap=on"},
+         "--buffer_diagnostics " + on + "\n"},
+        {&o::merge_policy_exact,
+         {"-pdb"},
+         {},
+         "--buffer_diagnostics\n"
+         "error: option --buffer_diagnostics was set in previous files, but not in \"b.o\"\n"},
+        {&o::merge_policy_exact,
+         {},
+         {"-oa"},
+         "\nerror: option --preferred_order_file=a is set in \"b.o\", but not in previous\n   files\n"},
+        {&o::merge_policy_exact,
+         {"--diag_wrap=off"},
+         {"--diag_wrap=on"},
+         off + "\nerror: option --diag_wrap=on is set in \"b.o\", and is incompatible with the\n"
+               "   previously seen option --diag_wrap=off\n"},
+        {&o::merge_policy_exact_notset, {"-pdb"}, {"-oa"}, "--buffer_diagnostics\n"},
+        {&o::merge_policy_exact_notset,
+         {"--diag_wrap=off"},
+         {"--diag_wrap"},
+         off + "\nerror: option --diag_wrap=on is set in \"b.o\", and is incompatible with the\n"
+               "   previously seen option --diag_wrap=off\n"},
+        {&o::merge_policy_or,
+         {"-oa"},
+         {"-pdb", "-ob", "-oc"},
+         "--buffer_diagnostics --preferred_order_file=a --preferred_order_file=b --preferred_order_file=c\n"},
+        {&o::merge_policy_and, {"-pdb", "-oa"}, {"-pdb"}, "--buffer_diagnostics\n"},
+        {&o::merge_policy_min, {}, {"--diag_wrap=off"}, off + "\n"},
+        {&o::merge_policy_min, {"--diag_wrap=off"}, {}, off + "\n"},
+        {&o::merge_policy_min, {"--diag_wrap=off"}, {"--diag_wrap=on"}, on + "\n"}, // "on" comes first in the list
+        {&o::merge_policy_min, {"--diag_wrap=on"}, {"--diag_wrap=off"}, on + "\n"},
+        {&o::merge_policy_max, {"--diag_wrap=on"}, {"--diag_wrap=off"}, off + "\n"},
+        {&o::merge_policy_max, {"--diag_wrap=off"}, {"--diag_wrap=on"}, off + "\n"},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(merged(c.policy, c.here, c.there), c.expected) << &c - cases;
+    }
+    EXPECT_EQ(option_obj::merge_policy_main_calls, 8U); // once per option
+}
+
+TEST_F(MergeOptions, TakesExtremesOfNumbers) {
+    const auto merged_number = [](option_obj::merge_policy policy, const char* here, const char* there) {
+        open_options::merge_policy_functions = {};
+        open_options::merge_policy_functions[order_file] = policy;
+        open_options::parm_type[order_file] = option_obj::parm_number;
+        open_options mine;
+        open_options others;
+        mine.setopt(order_file, here);
+        others.setopt(order_file, there);
+        mine.merge_options(others);
+        const long result = mine.getnumarg(order_file, 0);
+        open_options::parm_type[order_file] = option_obj::parm_string_list;
+        return result;
+    };
+    EXPECT_EQ(merged_number(&option_obj::merge_policy_min, "3", "2"), 2);
+    EXPECT_EQ(merged_number(&option_obj::merge_policy_min, "2", "3"), 2);
+    EXPECT_EQ(merged_number(&option_obj::merge_policy_max, "3", "2"), 3);
+    EXPECT_EQ(merged_number(&option_obj::merge_policy_max, "2", "3"), 3);
+    EXPECT_DEATH(print_merged(&option_obj::merge_policy_max, {"-oa"}, {"-ob"}), "types can be compared");
+}
+
+TEST_F(MergeOptions, OverridesAndSeeds) {
+    open_options::mutex_merge_override_functions.fill(
+        static_cast<option_obj::merge_override>(&open_options::take_over_buffer));
+    EXPECT_EQ(merged(&option_obj::merge_policy_or, {}, {"-pdb", "-oa"}), "--preferred_order_file=a\n");
+
+    open_options seeded;
+    open_options source = with({"-pdb", "-oa", "-ob", "--diag_wrap=off"});
+    open_options::merge_policy_functions = {};
+    open_options::merge_policy_functions[order_file] = &option_obj::merge_policy_or;
+    open_options::merge_policy_functions[buffer] = &option_obj::merge_policy_none;
+    seeded.merge_init(source);
+    EXPECT_EQ(taken(seeded.print()), "--preferred_order_file=a"); // its first argument
+}
+
+TEST_F(MergeOptions, ReportsConflicts) {
+    open_options::merge_conflicts[wrap][order_file] = 3;
+    const std::string expected = "--diag_wrap=on\nerror: option -o in file \"b.o\" conflicts with previous option "
+                                 "--diag_wrap\n";
+    EXPECT_EQ(merged(nullptr, {"--diag_wrap"}, {"-oa"}), expected);
+    EXPECT_EQ(merged(nullptr, {"-pdb"}, {"-oa"}), "--buffer_diagnostics\n");
+    open_options::merge_conflicts[wrap][order_file] = 1;
+    EXPECT_DEATH(print_merged(nullptr, {"--diag_wrap"}, {"-oa"}), "conflict kind is 0 or 3");
+}
+
+} // namespace

@@ -1,0 +1,355 @@
+// The option object: matching, values, state, history, traces and the help search. What the tool itself shows of it is
+// tested from outside (tests/test_tool.cpp).
+#include "DIAG/diag.h"
+#include "options/rotated_text.h"
+#include "tests/open_options.h"
+
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <functional>
+
+namespace {
+
+using id = option_obj::option_id;
+constexpr auto order_file = option_obj::opt_preferred_order_file;
+constexpr auto wrap = option_obj::opt_diag_wrap;
+constexpr auto buffer = option_obj::opt_buffer_diagnostics;
+
+std::string printed(const std::function<void()>& action) {
+    testing::internal::CaptureStdout();
+    action();
+    return testing::internal::GetCapturedStdout();
+}
+
+/// Restores the tables and settings that tests change.
+class Options : public testing::Test {
+protected:
+    void TearDown() override {
+        open_options::parm_type = types_;
+        open_options::option_definitions = definitions_;
+        open_options::conflicts = {};
+        option_obj::next_arg = next_arg_;
+        DIAGNOSTIC::wrap_enabled_m = true;
+    }
+    open_options options;
+
+private:
+    decltype(open_options::parm_type) types_ = open_options::parm_type;
+    decltype(open_options::option_definitions) definitions_ = open_options::option_definitions;
+    const char* (*next_arg_)() = option_obj::next_arg;
+};
+
+TEST_F(Options, StartsUntouched) {
+    for (int i = -1; i <= 9; ++i) {
+        const auto any = static_cast<id>(i);
+        EXPECT_EQ(options.getargcount(any), 0U);
+        EXPECT_EQ(options.getstrarg(any, 0), nullptr);
+        EXPECT_EQ(options.getnumarg(any, 0), 0);
+        EXPECT_EQ(options.isclass(any, option_obj::class_all), i >= 0 && i <= 7);
+    }
+    EXPECT_EQ(options.format_of_option(option_obj::opt_end), nullptr);
+    EXPECT_STREQ(options.current_file, "<internal>");
+}
+
+TEST_F(Options, MatchesExactSpellings) {
+    const struct {
+        const char* argument;
+        int result;
+        id option;
+        int form;
+        const char* text;
+    } cases[] = {
+        {"-pdew", 1, option_obj::opt_emit_warnings_as_errors, 1, nullptr},
+        {"--emit_warnings_as_errors", 1, option_obj::opt_emit_warnings_as_errors, 0, nullptr},
+        {"--diag_wrap", 1, wrap, 0, "on"},
+        {"--diag_wrapOFF", 1, wrap, 0, "off"},
+        {"--diag_wrap=off", 1, wrap, 0, "off"},
+        {"-ofile", 1, order_file, 1, "file"},
+        {"-o==", 1, order_file, 1, "="},
+        {"--preferred_order_filex", 1, order_file, 0, "x"},
+        {"--preferred_order_file=x", 1, order_file, 0, "x"},
+        {"-pdewx", 0, option_obj::opt_emit_warnings_as_errors, 0, nullptr},
+        {"--Diag_wrap", 0, wrap, 0, nullptr},
+    };
+    for (const auto& c : cases) {
+        open_options fresh;
+        const auto option = static_cast<std::size_t>(c.option);
+        EXPECT_EQ(fresh.apply(c.argument), c.result) << c.argument;
+        EXPECT_EQ(fresh.state[option], c.result) << c.argument;
+        EXPECT_EQ(fresh.seen[option], c.result) << c.argument;
+        EXPECT_EQ(fresh.parsed[option], c.result) << c.argument;
+        EXPECT_EQ(fresh.form[option], c.form) << c.argument;
+        if (c.text != nullptr) {
+            EXPECT_STREQ(fresh.getstrarg(c.option, 0), c.text) << c.argument;
+        }
+        DIAGNOSTIC::wrap_enabled_m = true;
+    }
+    EXPECT_EQ(options.process_option(nullptr, nullptr), 1);
+    EXPECT_EQ(options.process_option("", nullptr), 1);
+    const char* rest = nullptr;
+    const char* const argument = "-pdx";
+    EXPECT_EQ(options.process_option(argument + 1, &rest), 0);
+    EXPECT_EQ(rest, argument + 1); // "p" begins options
+    EXPECT_EQ(options.process_option(argument + 3, &rest), 0);
+    EXPECT_EQ(rest, argument + 2); // "x" begins none
+}
+
+TEST_F(Options, KeepsArgumentsAndHistory) {
+    options.apply("-oa");
+    options.apply("--diag_wrap=off");
+    options.apply("-ob");
+    options.apply("--diag_wrap=on");
+    EXPECT_FALSE(DIAGNOSTIC::wrap_enabled_m); // on does not undo off
+    EXPECT_EQ(options.getargcount(order_file), 2U);
+    EXPECT_STREQ(options.getstrarg(order_file, 0), "a");
+    EXPECT_STREQ(options.getstrarg(order_file, 1), "b");
+    EXPECT_EQ(options.getstrarg(order_file, 2), nullptr);
+    EXPECT_EQ(options.getnumarg(wrap, 0), 2);
+    EXPECT_EQ(options.history_text(), "6=a 6=b 3=on ");
+    const char* const list[] = {"x", "b", nullptr};
+    EXPECT_TRUE(options.args_match_list(order_file, list));
+    EXPECT_FALSE(options.args_match_list(order_file, list + 2));
+    EXPECT_FALSE(options.args_match_list(buffer, list));
+    EXPECT_STREQ(options.format_of_option(order_file), "-o");
+
+    open_options copy(options);
+    EXPECT_EQ(copy.state, options.state);
+    EXPECT_STREQ(copy.getstrarg(order_file, 1), "b");
+    EXPECT_TRUE(copy.history.empty());
+    copy = *&copy;
+    copy.clearopt(order_file);
+    EXPECT_EQ(copy.state[order_file], 0);
+    EXPECT_EQ(copy.seen[order_file], 3);
+    EXPECT_EQ(copy.getargcount(order_file), 0U);
+    EXPECT_EQ(options.getargcount(order_file), 2U);
+    options.clearopt(order_file);
+    EXPECT_EQ(options.history_text(), "3=on ");
+
+    open_options::option_definitions[order_file].persistent = true;
+    const auto seen = options.seen;
+    options.clearopt(order_file);
+    EXPECT_EQ(options.seen, seen);
+}
+
+TEST_F(Options, ReadsEveryArgumentType) {
+    const struct {
+        int type;
+        const char* first;
+        const char* second;
+        const char* texts; // after both were set
+        long last_number;
+    } cases[] = {
+        {option_obj::parm_string, "a", "0x10", "0x10 ", 16},
+        {option_obj::parm_number, "1", "-9", "-9 ", -9},
+        {option_obj::parm_unsigned, "1", "1Fh", "0x1F ", 31},
+        {option_obj::parm_oneof, "on", "OFF", "off ", 1},
+        {option_obj::parm_string_list, "a", "017", "a 017 ", 15},
+        {option_obj::parm_number_list, "1", "17q", "1 15 ", 15},
+        {option_obj::parm_oneof_list, "on", "", "on 0 ", 0},
+    };
+    for (const auto& c : cases) {
+        open_options fresh;
+        open_options::parm_type[wrap] = c.type;
+        fresh.setarg(wrap, c.first); // sets the option first
+        EXPECT_EQ(fresh.state[wrap], 1) << c.type;
+        fresh.setopt(wrap, c.second);
+        EXPECT_EQ(fresh.state[wrap], 2) << c.type;
+        std::string texts;
+        for (unsigned int i = 0; i < fresh.getargcount(wrap); ++i) {
+            texts += fresh.getstrarg(wrap, i) + std::string(" ");
+        }
+        EXPECT_EQ(texts, c.texts) << c.type;
+        EXPECT_EQ(fresh.getnumarg(wrap, fresh.getargcount(wrap) - 1), c.last_number) << c.type;
+        open_options numbered;
+        numbered.setopt(wrap, 2L);
+        EXPECT_EQ(numbered.getnumarg(wrap, 0), 2) << c.type;
+        EXPECT_EQ(open_options(numbered).getnumarg(wrap, 0), 2) << c.type;
+    }
+}
+
+TEST_F(Options, GroupsByClass) {
+    options.setopt(static_cast<option_obj::class_id>(4)); // options 1, 4 and 6
+    EXPECT_EQ(options.testclass(static_cast<option_obj::class_id>(4)), 3);
+    EXPECT_EQ(options.testclass(static_cast<option_obj::class_id>(5)), 3);
+    EXPECT_EQ(options.testclass(static_cast<option_obj::class_id>(6)), 2);
+    EXPECT_EQ(options.testclass(option_obj::class_all), 0);
+    EXPECT_EQ(options.history_text(), "1= 4= 6= ");
+    options.clearopt(static_cast<option_obj::class_id>(6)); // options 1, 2, 4 and 7
+    EXPECT_EQ(options.testclass(static_cast<option_obj::class_id>(4)), 1);
+    EXPECT_EQ(options.seenclass(static_cast<option_obj::class_id>(6)), 6);
+    EXPECT_TRUE(options.isclass(wrap, static_cast<option_obj::class_id>(3)));
+    EXPECT_FALSE(options.isclass(wrap, static_cast<option_obj::class_id>(8)));
+}
+
+TEST_F(Options, AppliesConflicts) {
+    FILE* const messages = DIAGNOSTIC::fp_m = std::tmpfile();
+    open_options::conflicts[wrap][order_file] = 2;
+    open_options::conflicts[order_file][buffer] = 1;
+    options.apply("-pdb");
+    options.apply("-oa");
+    EXPECT_EQ(options.state[buffer], 0);
+    EXPECT_EQ(std::ftell(messages), 0); // the quiet kind
+    options.apply("--diag_wrap");
+    EXPECT_EQ(options.state[order_file], 0);
+    std::rewind(messages);
+    char line[200] = "";
+    EXPECT_STREQ(std::fgets(line, sizeof line, messages),
+                 "warning: option --diag_wrap overrides preceding option -o\n");
+    DIAGNOSTIC::fp_m = nullptr;
+    std::fclose(messages);
+    open_options::conflicts[buffer][wrap] = 3;
+    EXPECT_EXIT(options.apply("-pdb"), testing::ExitedWithCode(1),
+                "^error: option -pdb conflicts with previous option --diag_wrap\n$");
+}
+
+TEST_F(Options, TracesWhatItDoes) {
+    options.trace = true;
+    EXPECT_EQ(printed([&] {
+                  options.apply("--diag_wrap=off");
+                  options.apply("-o17q");
+                  options.clearopt(wrap);
+              }),
+              "owl option debug: Parsed option id OPT_DIAG_WRAP/3\n"
+              "owl option debug: Set    option id OPT_DIAG_WRAP to state 1\n"
+              "owl option debug: Set    option id OPT_DIAG_WRAP arg to value '1' (0 args) (off)\n"
+              "owl option debug: Add option id OPT_DIAG_WRAP to history with arg off\n"
+              "owl option debug: Parsed option id OPT_PREFERRED_ORDER_FILE/6\n"
+              "owl option debug: Set    option id OPT_PREFERRED_ORDER_FILE to state 1\n"
+              "owl option debug: Set    option id OPT_PREFERRED_ORDER_FILE arg to value '17q' (0 args)\n"
+              "owl option debug: about to parse '17' as signed, radix 8\n"
+              "owl option debug: Add option id OPT_PREFERRED_ORDER_FILE to history with arg 17q\n"
+              "owl option debug: Clear  option id OPT_DIAG_WRAP to state 0\n");
+    EXPECT_TRUE(options.debug_level(0));
+}
+
+TEST_F(Options, FindsRadixes) {
+    const struct {
+        const char* text;
+        const char* digits;
+        int radix;
+    } cases[] = {{"0x1F", "0x1F", 16}, {"017", "017", 8},  {"08", "08", 10}, {"1Fh", "1F", 16}, {"12H", "12", 16},
+                 {"17q", "17", 8},     {"19q", "19q", 10}, {"q", "", 8},     {"", "", 10},      {"-5", "-5", 10}};
+    for (const auto& c : cases) {
+        std::string text = c.text;
+        EXPECT_EQ(option_obj::get_radix(text.data()), c.radix) << c.text;
+        EXPECT_STREQ(text.c_str(), c.digits) << c.text;
+    }
+    int error = 0;
+    EXPECT_EQ(options.strtol_by_radix("12z", &error), 12);
+    EXPECT_EQ(error, 1);
+    EXPECT_EQ(options.strtoul_by_radix("0x10", &error), 16U);
+    EXPECT_EQ(error, 0);
+}
+
+TEST_F(Options, PlacesValues) {
+    static const char* next_value = nullptr;
+    option_obj::next_arg = [] { return std::exchange(next_value, nullptr); };
+    const option_obj::arg_range range = {0, INT_MAX};
+    constexpr auto number = static_cast<option_obj::parse_option_type>(0);
+    constexpr auto glued_text = static_cast<option_obj::parse_option_type>(12);
+    const auto parse = [&](const char* rest, option_obj::parse_option_type type) {
+        return options.parse_arg(order_file, rest, rotated<"n">, type, &range);
+    };
+    EXPECT_STREQ(parse("=5", number), "5");
+    EXPECT_STREQ(parse("5", option_obj::parse_glued_unsigned), "5");
+    next_value = "0x7fffffff";
+    EXPECT_STREQ(parse("", number), "0x7fffffff");
+    EXPECT_EQ(parse("", glued_text), nullptr);
+    EXPECT_STREQ(parse("=x", glued_text), "x");
+    const auto ends_with = [](const char* text) { return "^error: " + std::string(text) + "\n$"; };
+    const auto status = testing::ExitedWithCode(1);
+    EXPECT_EXIT(parse("=", glued_text), status,
+                ends_with("option --preferred_order_file is missing its parameter 'n'"));
+    EXPECT_EXIT(parse("=", number), status, ends_with("option --preferred_order_file is missing its parameter 'n'"));
+    const char* const out = "argument to option --preferred_order_file \\(n\\) is out of range";
+    EXPECT_EXIT(parse("2147483648", number), status, ends_with(out));
+    EXPECT_EXIT(parse("5x", option_obj::parse_unsigned), status, ends_with(out));
+    EXPECT_EXIT(parse("99999999999999999999", number), status, ends_with(out));
+    EXPECT_EXIT(parse("-1", option_obj::parse_unsigned), status,
+                ends_with("argument to option --preferred_order_file \\(n\\) is out of range \\(must be a\n"
+                          "   non-negative_number\\)"));
+    const option_obj::arg_range small = {1, 4};
+    EXPECT_EXIT(options.parse_arg(order_file, "5", rotated<"n">, number, &small), status,
+                ends_with("argument to option --preferred_order_file \\(n\\) is out of range \\(must be a\n"
+                          "   number from 1 to 4"));
+    EXPECT_EXIT(parse("on", option_obj::parse_oneof_type), status, "^fatal error: corruption in option handler\n$");
+}
+
+TEST_F(Options, MatchesChoices) {
+    static const option_obj::oneof_item items[] = {{"+new", 1}, {"*old", 2}, {"-secret", 3}, {"+all", 4}, {nullptr, 0}};
+    open_options::option_definitions[wrap].oneof_items = items;
+    testing::internal::CaptureStderr();
+    options.apply("--diag_wrap=OLD");
+    EXPECT_EQ(
+        testing::internal::GetCapturedStderr(),
+        "WARNING: argument 'old' to option '--diag_wrap' is deprecated and will be removed in a future release\n");
+    EXPECT_EQ(options.getnumarg(wrap, 0), 2);
+    options.apply("--diag_wrapsecret");
+    EXPECT_STREQ(options.getstrarg(wrap, 0), "secret");
+    EXPECT_EXIT(options.apply("--diag_wrap"), testing::ExitedWithCode(1),
+                "^error: bad argument to option --diag_wrap: should be one of \\{new,all\\}\n$");
+    EXPECT_EXIT(options.apply("--diag_wrap="), testing::ExitedWithCode(1), "is missing its parameter 'on,off'\n$");
+}
+
+TEST_F(Options, RotatesTexts) {
+    EXPECT_STREQ(option_obj::rot13("%%x-y"), "--k%l");
+    EXPECT_STREQ(option_obj::rot13(rotated<"--Zebra 1%a">), "--Zebra 1%a");
+    EXPECT_STREQ(rotated<"--diag_wrap">, "%%qvnt_jenc");
+    EXPECT_STREQ(option_obj::rot13(nullptr), "");
+    const char* const first = option_obj::rot13("n");
+    for (const char* const text : {"o", "p", "q", "r"}) {
+        option_obj::rot13(text);
+    }
+    EXPECT_STREQ(first, "a"); // five results live side by side
+    option_obj::rot13("s");
+    EXPECT_STREQ(first, "f");
+}
+
+TEST_F(Options, SearchesTheHelp) {
+    option_obj::executable_name = "/usr/local/bin/tool";
+    EXPECT_EQ(printed([] { EXPECT_EQ(option_obj::display_option_help("-PD", 1), 1); }),
+              "  --buffer_diagnostics,-pdb \n"
+              "                          Writes each line of a diagnostic to standard error in\n"
+              "                           one piece, so that the lines of tools that run side\n"
+              "                           by side do not mix.  Example: --buffer_diagnostics\n"
+              "  --emit_warnings_as_errors,-pdew \n"
+              "                          Reports warnings as errors, except those whose\n"
+              "                           severity is fixed, such as the one about a missing\n"
+              "                           output file name.  Example:\n"
+              "                           --emit_warnings_as_errors\n");
+    EXPECT_STREQ(option_obj::executable_name, "tool");
+    EXPECT_EQ(printed([] { EXPECT_EQ(option_obj::display_option_help("toolversion", 1), 0); }), "");
+    EXPECT_NE(printed([] { option_obj::display_option_help("COLUMN 79", 1); }).find("--diag_wrap"), std::string::npos);
+    EXPECT_EXIT(
+        {
+            dup2(STDERR_FILENO, STDOUT_FILENO);
+            option_obj::display_option_help("nothing like it", 0);
+        },
+        testing::ExitedWithCode(0), "^>> Help: No options match the string 'nothing like it'\n$");
+}
+
+TEST_F(Options, BuildsLabels) {
+    const std::array<const char*, 6> alternatives = {rotated<"-a">, rotated<"-b">};
+    const auto label = [&](const char* main_text, const char* lead, const char* parameter, int optional) {
+        return std::string(option_obj::get_opt_txt(main_text, alternatives.data(), lead, parameter, optional));
+    };
+    EXPECT_EQ(label(rotated<"--main">, nullptr, "", 0), "--main,-a,-b");
+    EXPECT_EQ(label(rotated<"--main">, alternatives[1], rotated<"x">, 0), "-b,--main,-a=x");
+    EXPECT_EQ(label(std::string(114, 'n').c_str(), nullptr, rotated<"x">, 1), std::string(114, 'a') + ",-a,-b[=x]");
+    EXPECT_EQ(label(std::string(115, 'n').c_str(), nullptr, rotated<"x">, 1), "-a,-b[=x]");
+}
+
+TEST_F(Options, ReportsCorruptTables) {
+    options.apply("-pdb");
+    const auto status = testing::ExitedWithCode(1);
+    EXPECT_EXIT(options.getnumarg(buffer, 0), status, "^fatal error: unhandled option handler \\[1402\\]\n$");
+    EXPECT_EXIT(options.getstrarg(buffer, 0), status, "^fatal error: list handler for non-list option \\[1488\\]\n$");
+    open_options::parm_type[buffer] = 8;
+    EXPECT_EXIT(options.setarg(buffer, "x"), status, "^fatal error: unhandled clause in setarg\\(\\) \\[1195\\]\n$");
+    EXPECT_EXIT(options.setarg(buffer, 1L), status, "^fatal error: unhandled clause in setarg\\(\\) \\[1327\\]\n$");
+    EXPECT_EXIT(options.setopt(buffer), status, "^fatal error: unhandled clause in add_to_history\\(\\) \\[1045\\]\n$");
+    EXPECT_DEATH(open_options{options}, "argument type is 0 to 7");
+}
+
+} // namespace

@@ -1,0 +1,290 @@
+// The tool from outside: files in, exact bytes out.
+#include "tests/run_tool.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using std::string_literals::operator""s;
+
+const std::string default_warning = "warning: Missing outfile name in command-line. Defaulting to forder.cmd\n";
+
+// Runs the tool on one file and gives the order file and what was said.
+struct result {
+    std::string order;
+    std::string err;
+    bool operator==(const result&) const = default;
+};
+
+std::ostream& operator<<(std::ostream& out, const result& r) {
+    return out << "order:\n" << r.order << "err:\n" << r.err;
+}
+
+result order_file(const std::string& bytes) {
+    const scratch_folder folder;
+    folder.write("a.csv", bytes);
+    const outcome ran = folder.run("ordwell -o o a.csv");
+    EXPECT_EQ(ran.status, 0);
+    EXPECT_EQ(ran.out, "");
+    return {folder.read("o"), ran.err};
+}
+
+TEST(Tool, OrdersTheWorkedExample) {
+    const result expected = {order_of("f main g h"), ""};
+    EXPECT_EQ(order_file(csv("main,f,10\nmain,g,5\nf,g,3\ng,h,8\n")), expected);
+}
+
+TEST(Tool, ReadsRows) {
+    const struct {
+        const char* what;
+        std::string rows;
+        result expected;
+    } cases[] = {
+        {"header only", "", {"", ""}},
+        {"callee before its caller", "main,f,1\n", {order_of("f main"), ""}},
+        {"the last line may lack its line feed", "main,f,1", {order_of("f main"), ""}},
+        {"one edge for both directions", "a,b,2\nc,d,3\nb,a,2\n", {order_of("b a d c"), ""}},
+        {"a self-call makes a function", "f,f,9\n", {order_of("f"), ""}},
+        {"weight 0 makes none", "a,b,0\na,b,-0\n", {"", ""}},
+        {"a quoted caller is skipped", "\"main\",f,10\na,b,1\n", {order_of("b a"), ""}},
+        {"a quoted callee keeps its quotes", "main,\"f\",10\n", {order_of("\"f\" main"), ""}},
+        {"empty names", "a,,5\n,b,5\n", {order_of("b") + "--preferred_order=\"\"\n" + order_of("a"), ""}},
+        {"names are bytes", "a\0b,\xff \t,5\n"s, {"--preferred_order=\"\xff \t\"\n--preferred_order=\"a\0b\"\n"s, ""}},
+        {"names differ in case and blanks", "f, f,1\nF,f,2\n", {"--preferred_order=\" f\"\n" + order_of("f F"), ""}},
+        {"a carriage return ends a weight", "a,b,1\r\n", {order_of("b a"), ""}},
+        {"further columns are ignored", "a,b,1,2,3\n", {order_of("b a"), ""}},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(order_file(csv(c.rows)), c.expected) << c.what;
+    }
+}
+
+// b is called by a and by c, and merges with the heavier caller first: the order shows which one that was.
+TEST(Tool, ReadsWeights) {
+    const auto heavier_than = [](const std::string& weight, const std::string& known) {
+        const result got = order_file(csv("a,b," + weight + "\nc,b," + known + "\n"));
+        EXPECT_EQ(got.err, "");
+        EXPECT_TRUE(got.order == order_of("a b c") || got.order == order_of("c b a")) << got.order;
+        return got.order == order_of("c b a"); // c joins the chain b a
+    };
+    EXPECT_TRUE(heavier_than("007", "6"));
+    EXPECT_FALSE(heavier_than("007", "8"));
+    EXPECT_TRUE(heavier_than("12abc", "11"));
+    EXPECT_TRUE(heavier_than(" \t\v\f\r+12", "11"));
+    EXPECT_FALSE(heavier_than("12abc", "13"));
+    EXPECT_TRUE(heavier_than("-1", "4294967294"));
+    EXPECT_FALSE(heavier_than("-4294967295", "2"));
+    EXPECT_TRUE(heavier_than("00000000000000000000004294967295", "4294967294"));
+}
+
+TEST(Tool, StopsAFileAtItsFirstBadRow) {
+    const std::string caller =
+        "error: Error reading caller function specification from a.csv, line 3;\n   remainder of "
+        "file ignored\n";
+    const std::string callee =
+        "error: Error reading callee function specification from a.csv, line 3;\n   remainder of "
+        "file ignored\n";
+    const std::string weight = "error: Error reading call frequency information from a.csv, line 3; remainder\n   of "
+                               "file ignored\n";
+    const struct {
+        std::string row;
+        std::string message;
+    } cases[] = {
+        {"", caller},
+        {"a", callee},
+        {"a,", callee},
+        {"\r", callee},
+        {"a,b", weight},
+        {"a,b,", weight},
+        {"a,b,x", weight},
+        {"a,b,+-5", weight},
+        {"a,b,- 5", weight},
+        {"a,b,4294967296", weight},
+        {"a,b,-4294967296", weight},
+        {"a,b,\r", weight},
+    };
+    for (const auto& c : cases) {
+        const result expected = {order_of("f main"), c.message};
+        EXPECT_EQ(order_file(csv("main,f,1\n" + c.row + "\nx,y,1\n")), expected) << c.row;
+    }
+}
+
+TEST(Tool, ChecksTheHeader) {
+    const std::string row = "\nmain,f,1\n";
+    for (const char* const good :
+         {"\"caller\",\"callee\",\"weight\"", "\"caller\",\"callee\", \t\"weight\"",
+          "\"caller\",\"callee\",\"weight\"\r", "\"caller\",\"callee\",\"weight\" and, more"}) {
+        EXPECT_EQ(order_file(good + row), (result{order_of("f main"), ""})) << good;
+    }
+    const std::string message = "error: Invalid CSV input file header line encountered in a.csv; file ignored\n";
+    for (const char* const bad :
+         {"", "\"caller\"", "\"caller\",\"callee\"", "\"caller\",\"callee\",", "\"caller\" ,\"callee\",\"weight\"",
+          "\"caller\", \"callee\",\"weight\"", "caller,callee,weight", "\"Caller\",\"callee\",\"weight\"",
+          "\"caller\",\"callee\",\"weight\",\"x\"", "main,f,1"}) {
+        EXPECT_EQ(order_file(bad + row), (result{"", message})) << bad;
+    }
+    EXPECT_EQ(order_file(""), (result{"", message}));
+}
+
+TEST(Tool, AddsFilesUp) {
+    const scratch_folder folder;
+    folder.write("a.csv", csv("a,b,2\nc,d,3\n"));
+    folder.write("b.csv", csv("b,a,2\n"));
+    EXPECT_EQ(folder.run("ordwell b.csv a.csv -o o1; ordwell a.csv -o o2; ordwell a.csv gone.csv a.csv -o o3").err,
+              "error: Error opening input file gone.csv\n");
+    EXPECT_EQ(folder.read("o1"), order_of("a b d c"));
+    EXPECT_EQ(folder.read("o2"), order_of("b a d c"));
+    EXPECT_EQ(folder.read("o3"), folder.read("o2")); // all counts doubled
+}
+
+TEST(Tool, NamesTheOrderFile) {
+    const scratch_folder folder;
+    folder.write("a.csv", csv("main,f,1\n"));
+    for (const char* const options :
+         {"-oout a.csv", "-o=out a.csv", "-o out a.csv", "a.csv -o out", "--preferred_order_fileout a.csv",
+          "--preferred_order_file=out a.csv", "--preferred_order_file out a.csv", "-o out -o other a.csv"}) {
+        const outcome ran = folder.run("rm -f out; ordwell "s + options);
+        EXPECT_EQ(folder.read("out"), order_of("f main")) << options;
+        EXPECT_EQ(ran.status, 0) << options;
+        EXPECT_EQ(ran.err, "") << options;
+    }
+    EXPECT_FALSE(folder.has("other"));
+    EXPECT_EQ(folder.run("ordwell -o -pdb a.csv && cat ./-pdb").out, order_of("f main"));
+    EXPECT_EQ(folder.run("ordwell a.csv").err, default_warning);
+    EXPECT_EQ(folder.read("forder.cmd"), order_of("f main"));
+}
+
+TEST(Tool, ReportsUnusableCommandLines) {
+    const scratch_folder folder;
+    folder.write("a.csv", csv("main,f,1\n"));
+    const std::string missing = "' is missing its parameter ";
+    const struct {
+        const char* command;
+        int status;
+        const char* err;
+    } cases[] = {
+        {"ordwell -o o", 1, "fatal error: No input weighted call graph CSV data file(s) specified\n"},
+        {"ordwell -", 1, "fatal error: No input weighted call graph CSV data file(s) specified\n"},
+        {"ordwell a.csv -o no/o", 1, "fatal error: Error opening output file\n"},
+        {"ordwell a.csv -o", 1, "error: option -o is missing its parameter 'filename'\n"},
+        {"ordwell a.csv -o ''", 1, "error: option -o is missing its parameter 'filename'\n"},
+        {"ordwell a.csv -o= o", 1, "error: option -o is missing its parameter 'filename'\n"},
+        {"ordwell a.csv --preferred_order_file", 1,
+         "error: option --preferred_order_file is missing its parameter 'filename'\n"},
+        {"ordwell a.csv --diag_wrap=", 1, "error: option --diag_wrap is missing its parameter 'on,off'\n"},
+        {"ordwell a.csv --diag_wrap=maybe", 1,
+         "error: bad argument to option --diag_wrap: should be one of {on,off}\n"},
+    };
+    for (const auto& c : cases) {
+        const outcome ran = folder.run(c.command);
+        EXPECT_EQ(ran.status, c.status) << c.command;
+        EXPECT_EQ(ran.err, c.err) << c.command;
+        EXPECT_FALSE(folder.has("o") || folder.has("forder.cmd")) << c.command;
+    }
+}
+
+TEST(Tool, IgnoresUnknownOptions) {
+    const scratch_folder folder;
+    folder.write("a.csv", csv("main,f,1\n"));
+    const outcome ran = folder.run(
+        "ordwell -x -h -pd -pdbx -pdewx -p -- --b --debug:wcg --debug_anything --disable:x --enable:x "
+        "--buffer_diagnosticsx --emit_warnings_as_errorsx --toolversionx --diag --preferred_order a.csv -oo");
+    EXPECT_EQ(ran.status, 0);
+    EXPECT_EQ(ran.out + ran.err, "");
+    EXPECT_EQ(folder.read("o"), order_of("f main"));
+}
+
+TEST(Tool, WrapsDiagnosticsUnlessTold) {
+    const scratch_folder folder;
+    const std::string wrapped =
+        "error: Error opening input file\n   " + std::string(76, 'x') + "\n   " + std::string(14, 'x') + "\n";
+    const std::string straight = "error: Error opening input file " + std::string(90, 'x') + "\n";
+    const std::string file = " -oo " + std::string(90, 'x');
+    for (const char* const option : {"", "--diag_wrap", "--diag_wrap=on", "--diag_wrapON", "-pdb", "-pdew"}) {
+        EXPECT_EQ(folder.run("ordwell "s + option + file).err, wrapped) << option;
+    }
+    for (const char* const option : {"--diag_wrap=off", "--diag_wrapOff", "--diag_wrap=off --diag_wrap=on"}) {
+        EXPECT_EQ(folder.run("ordwell "s + option + file).err, straight) << option;
+    }
+}
+
+TEST(Tool, KeepsWarningsOfFixedSeverity) {
+    const scratch_folder folder;
+    folder.write("a.csv", csv("main,f,1\n"));
+    for (const char* const option : {"-pdew", "--emit_warnings_as_errors"}) {
+        EXPECT_EQ(folder.run("ordwell a.csv "s + option).err, default_warning) << option;
+    }
+}
+
+TEST(Tool, PrintsItsVersion) {
+    const scratch_folder folder;
+    const outcome ran = folder.run("ordwell gone.csv --toolversion -o");
+    EXPECT_EQ(ran.status, 0);
+    EXPECT_EQ(ran.err, "");
+    const std::string banner = "Varnel Ordwell                          v8.1.8\nBuild Number 1";
+    ASSERT_EQ(ran.out.substr(0, banner.size()), banner);
+    const std::string build = ran.out.substr(banner.size()); // year, month, day, hour, then fixed texts and the branch
+    EXPECT_GE(build[1], 'A');
+    EXPECT_LE(build[1], 'L');
+    EXPECT_EQ(build.substr(4, 15), "-EMB-YARAY-YAR-");
+    EXPECT_EQ(build.back(), '\n');
+}
+
+TEST(Tool, PrintsHelpWithoutArguments) {
+    const scratch_folder folder;
+    const outcome ran = folder.run("ordwell");
+    EXPECT_EQ(ran.status, 1);
+    EXPECT_EQ(ran.err, "");
+    EXPECT_EQ(ran.out, "Varnel Ordwell                          v8.1.8\n"
+                       "Function ordering for linkers, by the Varnel Ordwell developers\n"
+                       "\n"
+                       "Usage: ordwell [-options] filename\n"
+                       "\n"
+                       "Use 'ordwell -h <option>' for more information on a particular option.  Use\n"
+                       "'ordwell -h <text>' to search options for information regarding <text>.\n"
+                       "\n"
+                       "Option arguments surrounded by [] declare they are optional.  Option arguments\n"
+                       "separated by commas specify that the option's argument must be chosen from\n"
+                       "those arguments listed.\n"
+                       "\n"
+                       "When shown, option arguments and defaults apply to the usage of both long and\n"
+                       "short option forms.\n"
+                       "\n"
+                       "Ordering and Diagnostics Options:\n"
+                       "  --buffer_diagnostics,-pdb    Write diagnostics line by line\n"
+                       "  --diag_wrap[=on,off]         Wrap diagnostics at column 79 (default: on)\n"
+                       "  --emit_warnings_as_errors,-pdew\n"
+                       "                               Report warnings as errors\n"
+                       "  --preferred_order_file,-o=filename\n"
+                       "                               Order file to write (default: forder.cmd)\n"
+                       "\n");
+}
+
+TEST(Tool, EndsAtTheErrorLimit) {
+    const scratch_folder folder;
+    const std::string error = "error: Error opening input file gone\n";
+    std::string hundred;
+    for (int i = 0; i < 100; ++i) {
+        hundred += error;
+    }
+    const outcome at_limit = folder.run("ordwell -oo $(yes gone | head -n 100)");
+    EXPECT_EQ(at_limit.status, 0);
+    EXPECT_EQ(at_limit.err, hundred);
+    const outcome past_limit = folder.run("ordwell -oo2 $(yes gone | head -n 101)");
+    EXPECT_EQ(past_limit.status, 1);
+    EXPECT_EQ(past_limit.err, hundred + error + "fatal error: error limit reached; 100 errors detected\n");
+    EXPECT_FALSE(folder.has("o2"));
+}
+
+TEST(Tool, OrdersARealProfile) {
+    const scratch_folder folder;
+    const outcome ran = folder.run("cp " ORDWELL_SOURCE "/examples/interpreter-startup.csv a.csv\n"
+                                   "ordwell a.csv && sort forder.cmd >written\n"
+                                   "tail -n +2 a.csv | tr , '\\n' | grep -vx '[0-9]*' | sort -u |\n"
+                                   "sed 's/.*/--preferred_order=\"&\"/' | sort >read\n"
+                                   "wc -l <read; cmp read written");
+    EXPECT_EQ(ran.out, "2599\n"); // every function that a row names, once
+    EXPECT_EQ(ran.err, default_warning);
+}
+
+} // namespace
