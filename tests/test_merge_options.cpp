@@ -22,7 +22,7 @@ std::string printed(const std::function<void()>& action) {
 }
 
 std::string taken(char* text) {
-    const std::string result = text == nullptr ? "(null)" : text;
+    std::string result = text == nullptr ? "(null)" : text;
     std::free(text);
     return result;
 }

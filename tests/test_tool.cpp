@@ -5,7 +5,7 @@
 
 namespace {
 
-using std::string_literals::operator""s;
+using namespace std::string_literals;
 
 const std::string default_warning = "warning: Missing outfile name in command-line. Defaulting to forder.cmd\n";
 
