@@ -1,0 +1,135 @@
+// Fuzz target: the bytes of an input file through the reader and the whole pipeline.
+//
+// A plain second reader, made of string streams, tells which rows count. For every input the order file must name every
+// function of a counted row exactly once, functions that calls connect must stand together (they end in one chain), a
+// second run must give the same bytes, and on small graphs step-by-step merging must give them too.
+#include "DIAG/diag.h"
+#include "ORDWELL/pettis_hansen.h"
+#include "tests/fuzz/fuzz.h"
+
+#include <map>
+#include <sstream>
+#include <sys/mman.h>
+#include <unistd.h>
+
+namespace {
+
+/// The bytes as a file that can be opened by name.
+class memory_file {
+public:
+    explicit memory_file(std::string_view bytes) : file_(memfd_create("fuzz", 0)) {
+        require(write(file_, bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size()), "write");
+    }
+    ~memory_file() { close(file_); }
+    memory_file(const memory_file&) = delete;
+    memory_file& operator=(const memory_file&) = delete;
+
+    std::string path() const { return "/proc/self/fd/" + std::to_string(file_); }
+    std::string bytes() const {
+        std::ifstream file(path(), std::ios::binary);
+        return {std::istreambuf_iterator<char>(file), {}};
+    }
+
+private:
+    int file_;
+};
+
+using function_order = PETTIS_HANSEN_GRAPH::function_order;
+
+struct pipeline_result {
+    function_order chains;
+    std::string order_file;
+};
+
+pipeline_result run_pipeline(const memory_file& input, bool stepwise) {
+    std::string name = input.path();
+    PETTIS_HANSEN_GRAPH graph;
+    graph.read(name);
+    PETTIS_HANSEN_GRAPH orig(graph);
+    stepwise ? graph.merge_nodes_stepwise(orig) : graph.merge_nodes(orig);
+    const memory_file output("");
+    std::ofstream out(output.path());
+    graph.write_order(out);
+    pipeline_result result = {{}, output.bytes()};
+    require(graph.get_ordering(result.chains), "merged");
+    return result;
+}
+
+/// The functions of the counted rows, each with a function that stands for all those connected to it.
+std::map<std::string, std::string> read_plainly(std::string_view bytes) {
+    std::map<std::string, std::string> leader;
+    const auto leader_of = [&](std::string name) {
+        leader.emplace(name, name);
+        while (leader[name] != name) {
+            name = leader[name] = leader[leader[name]];
+        }
+        return name;
+    };
+    std::istringstream file{std::string(bytes)};
+    std::string line;
+    std::getline(file, line);
+    std::istringstream header(line);
+    std::string caller;
+    std::string callee;
+    std::string weight_name;
+    std::getline(header, caller, ',');
+    std::getline(header, callee, ',');
+    if (caller != "\"caller\"" || callee != "\"callee\"" || !(header >> weight_name) || weight_name != "\"weight\"") {
+        return leader;
+    }
+    while (std::getline(file, line)) {
+        if (line.starts_with('"')) {
+            continue;
+        }
+        std::istringstream row(line);
+        unsigned int weight = 0;
+        if (!std::getline(row, caller, ',') || !std::getline(row, callee, ',') || !(row >> weight)) {
+            break;
+        }
+        if (weight != 0) {
+            const std::string caller_leader = leader_of(caller);
+            leader[leader_of(callee)] = caller_leader;
+        }
+    }
+    for (auto& [name, its_leader] : leader) {
+        its_leader = leader_of(name);
+    }
+    return leader;
+}
+
+void check(std::string_view bytes) {
+    static constexpr std::size_t small = 60; // functions
+    DIAGNOSTIC::error_count_m = 0;
+    const memory_file input(bytes);
+    const pipeline_result result = run_pipeline(input, false);
+    std::map<std::string, std::string> expected = read_plainly(bytes);
+    const bool is_small = expected.size() <= small;
+
+    std::string order_file;
+    for (const std::list<std::string>& chain : result.chains) {
+        std::string leader;
+        for (const std::string& name : chain) {
+            const auto found = expected.find(name);
+            require(found != expected.end(), "every name is that of a counted row, once");
+            require(&name == &chain.front() || leader == found->second, "a chain holds connected functions");
+            leader = found->second;
+            expected.erase(found);
+            order_file += "--preferred_order=\"" + name + "\"\n";
+        }
+        require(std::none_of(expected.begin(), expected.end(), [&](const auto& left) { return left.second == leader; }),
+                "connected functions are in one chain");
+    }
+    require(expected.empty(), "every function is named");
+    require(result.order_file == order_file, "the order file has the chains");
+    require(run_pipeline(input, false).order_file == order_file, "a second run gives the same bytes");
+    require(!is_small || run_pipeline(input, true).order_file == order_file, "stepwise merging gives the same bytes");
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t size) {
+    static FILE* const nowhere = DIAGNOSTIC::fp_m = std::fopen("/dev/null", "w");
+    require(nowhere != nullptr, "/dev/null");
+    check({reinterpret_cast<const char*>(data), size});
+    return 0;
+}

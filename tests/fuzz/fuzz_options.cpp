@@ -1,0 +1,81 @@
+// Fuzz target: an argument list, separated by NUL bytes, through the option object.
+//
+// exit() is replaced (by the linker) with an exception, so that the many ways in which an option ends the process can
+// be tried in one. What an accepted list leaves behind must survive its own export: applying the exported options to a
+// fresh object gives the same export. The arguments are also searched for in the help.
+#include "DIAG/diag.h"
+#include "options/optobj.h"
+#include "tests/fuzz/fuzz.h"
+
+#include <cstdlib>
+
+namespace {
+
+struct process_ended {
+    int status;
+};
+
+std::vector<std::string> arguments;
+std::size_t next_index = 0;
+
+const char* next_argument() {
+    return next_index < arguments.size() ? arguments[next_index++].c_str() : nullptr;
+}
+
+void apply_all(option_obj& options) {
+    next_index = 0;
+    while (const char* const argument = next_argument()) {
+        if (argument[0] == '-') {
+            const char* rest = nullptr;
+            const int recognised = options.process_option(argument + 1, &rest);
+            require(recognised == 1 || rest == argument || rest == argument + 1, "a rejected text is pointed to");
+        }
+    }
+}
+
+void check() {
+    option_obj options(true);
+    apply_all(options);
+    const auto exported = options.export_option_pairs(option_obj::export_set, option_obj::class_all);
+    const option_obj copy(options);
+    require(copy.export_option_pairs(option_obj::export_set, option_obj::class_all) == exported, "a copy is equal");
+    option_obj again(true);
+    for (const auto& [id, text] : exported) {
+        require(again.process_option(text.c_str() + 1, nullptr) == 1, "an exported option is accepted");
+    }
+    require(again.export_option_pairs(option_obj::export_set, option_obj::class_all) == exported,
+            "an exported option has the same effect");
+    for (const std::string& argument : arguments) {
+        if (!argument.empty()) {
+            option_obj::display_option_help(argument.c_str(), 1);
+        }
+    }
+}
+
+} // namespace
+
+extern "C" [[noreturn]] void __wrap_exit(int status) {
+    throw process_ended{status};
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t size) {
+    static FILE* const nowhere = DIAGNOSTIC::fp_m = std::fopen("/dev/null", "w");
+    static const bool quiet = std::freopen("/dev/null", "w", stdout) != nullptr;
+    require(nowhere != nullptr && quiet, "/dev/null");
+    option_obj::next_arg = next_argument;
+    DIAGNOSTIC::error_count_m = 0;
+    arguments.assign(1, {});
+    for (const char c : std::string_view(reinterpret_cast<const char*>(data), size)) {
+        if (c == '\0') {
+            arguments.emplace_back();
+        } else {
+            arguments.back() += c;
+        }
+    }
+    try {
+        check();
+    } catch (const process_ended& end) {
+        require(end.status == 0 || end.status == 1, "the process ends with status 0 or 1");
+    }
+    return 0;
+}
