@@ -1,15 +1,124 @@
-// Hostile machines: files that go away, full disks, closed streams, exhausted memory, huge lines.
+// Hostile machines: input that goes away, full disks, closed streams, exhausted memory, huge rows. Each is tried on the
+// built tool.
 #include "tests/run_tool.h"
 
 #include <gtest/gtest.h>
 
 namespace {
 
-TEST(Faults, StandInput) {
+using namespace std::string_literals;
+
+const std::string out_of_memory = "ERROR: out of memory\n";
+
+TEST(Faults, UnusualInput) {
+    const scratch_folder folder;
+    folder.write("a.csv", csv("main,f,1\ng,h,2\n"));
+    const std::string both = order_of("f main h g");
+    const std::string cut_off = "error: Error reading call frequency information from a, line 3; remainder of\n   file "
+                                "ignored\n";
+    const struct {
+        const char* command;
+        std::string err;
+        std::string order;
+    } cases[] = {
+        {"mkdir d; ordwell d -oo", "error: Invalid CSV input file header line encountered in d; file ignored\n", ""},
+        {"ln -s a a; ordwell a -oo; rm a", "error: Error opening input file a\n", ""},
+        {"ordwell -oo ''", "error: Error opening input file \n", ""},
+        {"ordwell /dev/stdin -oo <a.csv", "", both},
+        {"head -c -3 a.csv >a; ordwell a -oo", cut_off, order_of("f main")},
+        {"mkfifo p; (cat a.csv; sleep 0.1; printf 'x,'; printf 'y,3\\n') >p & ordwell p -oo", "",
+         both + order_of("y x")},
+        {"ordwell a.csv -oo 2>&-", "", both},
+        {"ordwell a.csv -oo >&-", "", both},
+        {"ordwell a.csv -oo </dev/full", "", both},
+        {"ordwell a.csv -o/dev/full", "", ""},   // write errors are not reported
+        {"cp a.csv o; ordwell o -oo", "", both}, // read before it is written
+        {"cp a.csv o; ordwell o no.csv -oo", "error: Error opening input file no.csv\n", both},
+    };
+    for (const auto& c : cases) {
+        const outcome ran = folder.run("rm -f o; "s + c.command + "; s=$?; wait; exit $s");
+        EXPECT_EQ(ran.err, c.err) << c.command;
+        EXPECT_EQ(folder.read("o"), c.order) << c.command;
+    }
+}
+
+// Input that shrinks while it is read ends there, like any other.
+TEST(Faults, InputThatShrinks) {
+    const scratch_folder folder;
+    const outcome ran = folder.run(R"(
+        printf '"caller","callee","weight"\n' >big
+        yes main,f,1 | head -n 5000000 >>big
+        ordwell big -oo & sleep 0.01; : >big; wait $!)");
+    EXPECT_EQ(ran.status, 0);
+    const bool stopped_in_a_row = ran.err.find("ignored\n") != std::string::npos;
+    EXPECT_TRUE(ran.err.empty() || stopped_in_a_row) << ran.err;
+}
+
+// An error on standard error that nobody reads must not keep the order file from being written.
+TEST(Faults, ClosedStandardError) {
+    const scratch_folder folder;
+    folder.write("a.csv", csv("main,f,1\nbad\n"));
+    EXPECT_EQ(folder.run("ordwell a.csv gone -oo 2>&-").status, 0);
+    EXPECT_EQ(folder.read("o"), order_of("f main"));
+    EXPECT_EQ(folder.run("ordwell gone 2>/dev/full").status, 0);
+}
+
+#ifndef ORDWELL_SANITIZED // a sanitizer's shadow memory does not fit under any limit
+
+TEST(Faults, ExhaustedMemory) {
+    const scratch_folder folder;
+    folder.run(R"(awk 'BEGIN { print "\"caller\",\"callee\",\"weight\""
+        for (i = 0; i < 300000; ++i) printf "function_number_%d,function_number_%d,%d\n", i % 60000, i * 7919 % 60000, 1 + i % 9 }' >a.csv)");
+    int ended_by_memory = 0;
+    int complete = 0;
+    for (int limit = 7; limit <= 40; ++limit) { // MiB, from what the loader and the libraries need on
+        const outcome ran = folder.run("rm -f o; ulimit -v " + std::to_string(limit * 1024) + "; ordwell a.csv -oo");
+        const bool is_complete = ran.status == 0;
+        ++(is_complete ? complete : ended_by_memory);
+        EXPECT_EQ(ran.status, is_complete ? 0 : 1) << limit;
+        EXPECT_EQ(ran.err, is_complete ? "" : out_of_memory) << limit;
+        EXPECT_TRUE(!is_complete || folder.run("wc -l <o").out == "60000\n") << limit;
+    }
+    EXPECT_GE(ended_by_memory, 10);
+    EXPECT_GE(complete, 5);
+}
+
+TEST(Faults, HugeRowsAndNames) {
+    const scratch_folder folder;
+    // A row of 100 MiB whose caller has 50 MiB, and the rest of it behind the weight.
+    EXPECT_EQ(folder
+                  .run(R"(
+        { printf '"caller","callee","weight"\n'; head -c 52428800 /dev/zero | tr '\0' n; printf ',f,5,'
+          head -c 52428800 /dev/zero; printf '\nmain,f,1\n'; } >a.csv
+        ordwell a.csv -oo && wc -c <o && tail -c 20 o)")
+                  .out,
+              "52428868\nnnnnnnnnnnnnnnnnnn\"\n");
+}
+
+TEST(Faults, ManyFilesAndHubs) {
     const scratch_folder folder;
     folder.write("a.csv", csv("main,f,1\n"));
-    EXPECT_EQ(folder.run("mkdir d; ordwell d -oo").err,
-              "error: Invalid CSV input file header line encountered in d; file ignored\n");
+    EXPECT_EQ(folder.run("ordwell -oo $(yes a.csv | head -n 10000) && cat o").out, order_of("f main"));
+    EXPECT_EQ(folder
+                  .run(R"(
+        { printf '"caller","callee","weight"\n'; yes main,f,4294967295 | head -n 1000000; } >one_pair.csv
+        { printf '"caller","callee","weight"\n'; seq 1000000 | sed 's/.*/main,f&,1/'; } >hub.csv
+        { printf '"caller","callee","weight"\n'; seq 1000000 | sed 's/.*/f&,main,1/'; } >called_hub.csv
+        ordwell one_pair.csv -oo && wc -l <o && ordwell hub.csv -oo && wc -l <o && ordwell called_hub.csv -oo && wc -l <o
+        )")
+                  .out,
+              "2\n1000001\n1000001\n");
 }
+
+TEST(Faults, TheBinaryIsHardened) {
+    const scratch_folder folder;
+    const outcome ran = folder.run("readelf -hldW --dyn-syms " ORDWELL_TOOL " >elf\n"
+                                   "grep -c 'Type: .*DYN' elf; grep -c GNU_RELRO elf; grep -c 'FLAGS.*NOW' elf\n"
+                                   "grep -o __stack_chk_fail elf | head -n 1; grep -o '__printf_chk' elf | head -n 1\n"
+                                   "grep GNU_STACK elf | grep -c RWE");
+    EXPECT_EQ(ran.out, "1\n1\n2\n__stack_chk_fail\n__printf_chk\n0\n");
+}
+
+#endif
 
 } // namespace
