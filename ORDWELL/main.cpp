@@ -11,10 +11,12 @@
 #include "support/memory.h"
 
 #include <cstdlib>
+#include <fcntl.h>
 #include <fstream>
 #include <map>
 #include <new>
 #include <string>
+#include <unistd.h>
 
 PETTIS_HANSEN_GRAPH phgraph;           ///< the working graph: read, then merged
 option_obj* cmdline_options = nullptr; ///< the options of this run, once the command line is consumed
@@ -31,6 +33,18 @@ int arg_index = 1; // the next argument to hand out
 /// The next unconsumed argument, consumed, or null: an option takes its value through it.
 const char* next_arg() {
     return arg_index < saved_argc ? saved_argv[arg_index++] : nullptr;
+}
+
+/// Opens /dev/null for every standard stream that the caller closed, so that no file of ours takes its place and gets
+/// messages that were meant for it.
+void keep_standard_streams_open() {
+    int file = 0;
+    do {
+        file = open("/dev/null", O_RDWR);
+    } while (file >= 0 && file <= STDERR_FILENO);
+    if (file >= 0) {
+        close(file);
+    }
 }
 
 /// Writes the function order to the order file.
@@ -51,6 +65,7 @@ void write_graph() {
 } // namespace
 
 int main(int argc, char** argv) {
+    keep_standard_streams_open();
     std::set_new_handler(out_of_memory);
     saved_argc = argc;
     saved_argv = argv;
