@@ -1,0 +1,109 @@
+// The queue of fast merging: the heaviest edge next, the first in creation order among equals.
+//
+// Edges lie in buckets by weight, unsorted; a bucket is sorted when its turn comes. What changes while its bucket is being
+// worked off, or becomes heavier than that, goes to a heap, which stays small. (One heap for all changed edges took half of
+// the merging time at a million functions: every pop walked some twenty levels that missed the caches.)
+//
+// The queue is lazy about changes. A place can only move back, so an edge whose place moved since it was queued is too
+// optimistic: it is queued again with its present place when it surfaces. An edge that became heavier must be added again;
+// its old entry is passed over because the weight does not fit.
+#pragma once
+
+#include <algorithm>
+#include <bit>
+#include <compare>
+#include <cstdint>
+#include <queue>
+#include <vector>
+
+/// A place in creation order; smaller is older. See ORDWELL/fast_merge.cpp.
+struct place {
+    std::int64_t moved;    ///< when the edge was created or last moved to the back
+    std::int64_t sequence; ///< its order among edges that moved at the same time
+    auto operator<=>(const place&) const = default;
+};
+
+/// An edge with its weight and place at some time.
+struct queue_entry {
+    std::uint32_t weight; ///< 0: the edge is gone
+    std::uint32_t number; ///< of the edge
+    place at;
+    /// The next edge is the greatest: the heaviest, then the oldest.
+    bool operator<(const queue_entry& other) const {
+        return weight != other.weight ? weight < other.weight : at > other.at;
+    }
+    bool operator==(const queue_entry&) const = default;
+};
+
+class edge_queue {
+public:
+    edge_queue() : buckets_(bucket_count) {}
+
+    /// Adds an edge as it is now.
+    void add(const queue_entry& entry) {
+        const std::size_t bucket = bucket_of(entry.weight);
+        if (bucket < open_bucket_) {
+            buckets_[bucket].push_back(entry.number);
+        } else {
+            heap_.push(entry);
+        }
+    }
+
+    /// Takes the next edge off; false when none is left. `present(number)` gives an edge as it is now, and
+    /// `prefetch(number)` announces that this will be asked soon.
+    template <typename Present, typename Prefetch>
+    bool take(std::uint32_t& number, Present present, Prefetch prefetch) {
+        while (!run_.empty() || !heap_.empty() || open_next_bucket(present, prefetch)) {
+            const bool from_heap = run_.empty() || (!heap_.empty() && run_.back() < heap_.top());
+            const queue_entry next = from_heap ? heap_.top() : run_.back();
+            if (from_heap) {
+                heap_.pop();
+            } else {
+                run_.pop_back();
+            }
+            const queue_entry now = present(next.number);
+            if (now == next) {
+                number = next.number;
+                return true;
+            }
+            if (now.weight == next.weight) {
+                heap_.push(now); // it moved back
+            }
+        }
+        return false;
+    }
+
+private:
+    // Weights below 512 have a bucket each, others share one with those of the same first nine binary digits. Heavier
+    // weights have higher buckets.
+    static constexpr std::size_t bucket_count = std::size_t{25} * 256;
+    static std::size_t bucket_of(std::uint32_t weight) {
+        const auto shift = static_cast<unsigned int>(std::max(static_cast<int>(std::bit_width(weight)) - 9, 0));
+        return std::size_t{shift} * 256 + (weight >> shift);
+    }
+
+    // Takes the next bucket that is not empty to be worked off; false when there is none.
+    template <typename Present, typename Prefetch>
+    bool open_next_bucket(Present present, Prefetch prefetch) {
+        constexpr std::size_t distance = 16; // edges between prefetch and use
+        while (run_.empty() && open_bucket_ > 0) {
+            const std::vector<std::uint32_t> numbers = std::move(buckets_[--open_bucket_]);
+            for (std::size_t i = 0; i < numbers.size(); ++i) {
+                if (i + distance < numbers.size()) {
+                    prefetch(numbers[i + distance]);
+                }
+                const queue_entry now = present(numbers[i]);
+                if (now.weight != 0 && bucket_of(now.weight) == open_bucket_) { // else it is gone, or queued elsewhere
+                    run_.push_back(now);
+                }
+            }
+            std::sort(run_.begin(), run_.end());
+        }
+        return !run_.empty();
+    }
+
+    std::vector<std::vector<std::uint32_t>> buckets_; ///< numbers of edges, those gone or heavier now included
+    std::size_t open_bucket_ = bucket_count;          ///< the bucket being worked off; lower ones wait
+    std::vector<queue_entry> run_;                    ///< what is left of it, the next edge at the back
+    std::priority_queue<queue_entry> heap_;           ///< added since, and not of a lower bucket
+};
