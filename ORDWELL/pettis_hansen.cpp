@@ -3,6 +3,8 @@
 
 #include "DIAG/diag_messages.h"
 
+#include <algorithm>
+
 namespace {
 
 /// Builds the adjacency list of a graph that is as read or laid out.
@@ -129,7 +131,7 @@ bool PETTIS_HANSEN_GRAPH::add_edge(std::string caller, std::string callee, unsig
         return false;
     }
     if (is_as_read()) {
-        own_profile().add_edge(u, v, static_cast<std::uint32_t>(weight));
+        own_profile().add_edge(u, v, static_cast<std::uint32_t>(std::min<unsigned long>(weight, max_weight)));
     } else {
         add_edge_with_weight(u, v, weight);
     }
@@ -150,7 +152,7 @@ PETTIS_HANSEN_GRAPH::added_edge PETTIS_HANSEN_GRAPH::add_edge_with_weight(unsign
         unsigned long& stored = get(boost::edge_weight, g, edge);
         stored = saturated_add_edge_weights(weight, stored);
     } else {
-        result.edge = boost::add_edge(u, v, {weight}, g).first;
+        result.edge = boost::add_edge(u, v, {std::min<unsigned long>(weight, max_weight)}, g).first;
     }
     result.done = true;
     return result;
