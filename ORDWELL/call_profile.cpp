@@ -35,6 +35,12 @@ void hash_index::insert(std::uint32_t hash, std::uint32_t number) {
     place({hash, number});
 }
 
+void hash_index::reserve(std::size_t count) {
+    while (count >= slots_.size() / 4 * 3) {
+        grow();
+    }
+}
+
 void hash_index::grow() {
     rebuild(slots_.size() * 2, [](std::uint32_t, std::uint32_t) { return true; });
 }

@@ -71,6 +71,9 @@ public:
     /// Adds a number under `hash`, without looking whether it is there.
     void insert(std::uint32_t hash, std::uint32_t number);
 
+    /// Makes room for `count` numbers in all.
+    void reserve(std::size_t count);
+
     /// Whether the next insert() will double the table. Entries that became useless can be dropped before.
     bool is_full() const { return size_ >= slots_.size() / 4 * 3; }
 

@@ -33,8 +33,8 @@
 // hub, whose last move is 3. Their places are now (3, 1) and (3, 2): at the back, in order.
 //
 // Cost: a rewritten edge's side at least doubles, so O(edges x log functions) edges are rewritten; on call graphs of real
-// shape it is less than twice the edges. Most of the time goes into cache misses, so what a fold looks at first is kept in
-// small records of its own, and the records of a side are prefetched before they are used.
+// shape it is less than twice the edges. Most of the time goes into cache misses, so a fold finds all it needs of
+// an edge in one record, and the records of a side are prefetched before they are used.
 #include "ORDWELL/fast_merge.h"
 
 #include "ORDWELL/fast_merge_chains.h"
@@ -42,12 +42,20 @@
 
 namespace {
 
-/// An edge between two groups: what folding looks at.
+/// An edge between two groups. A fold looks at all of it, so it is one record, and lies in one or two cache lines.
 struct edge {
-    std::array<std::uint32_t, 2> end; ///< groups
-    std::uint32_t weight;             ///< 0: folded into another edge, or inside a chain
-    std::uint16_t first;              ///< which end is the first end: 0 or 1
-    bool follows;                     ///< whether the edge follows its first end
+    std::array<std::uint32_t, 2> end;  ///< groups
+    std::uint32_t weight;              ///< 0: the edge is gone, into another edge or inside a chain
+    std::uint16_t first;               ///< which end is the first end: 0 or 1
+    bool follows;                      ///< whether the edge follows its first end
+    place at;                          ///< of a follower, only the sequence number counts
+    std::array<std::uint64_t, 2> sums; ///< at each end, the sum of weight x coordinate, modulo 2^64
+
+    unsigned int side_of(std::uint32_t group) const { return end[1] == group ? 1 : 0; }
+    std::uint32_t other_end(std::uint32_t group) const { return end[1 - side_of(group)]; }
+    std::uint32_t first_end() const { return end[first]; }
+    void set_first_end(std::uint32_t group) { first = static_cast<std::uint16_t>(side_of(group)); }
+    bool is_stray_of(std::uint32_t group) const { return !follows || first_end() != group; }
 };
 
 /// Functions merged so far. It is named by the vertex whose storage it uses.
@@ -57,8 +65,7 @@ struct group {
     std::uint64_t entries = 0;       ///< edges in all its segments
     chain names;
     std::uint32_t label = 0;         ///< the vertex by which it survives; no_index: it is part of another group
-    std::uint32_t first_segment = 0; ///< list of the segments with its edges, those gone included
-    std::uint32_t last_segment = 0;
+    std::uint32_t last_segment = 0;  ///< of the segments with its edges, those gone included; the first has its number
     std::uint32_t strays = no_index; ///< index of its list of strays, once it has moved
 };
 
@@ -71,10 +78,10 @@ struct segment {
 
 /// A live edge of the side that is rewritten, or that moves.
 struct moving_edge {
-    place at;
     std::uint32_t number;
     std::uint32_t neighbour; ///< the group at its other end
     std::uint32_t hash;      ///< of the pair (kept group, neighbour)
+    place at;                ///< where its order matters
 };
 
 class merger {
@@ -84,43 +91,30 @@ public:
 
 private:
     void merge(std::uint32_t number);
+    void prefetch_upcoming() const;
     void collect_live_edges(std::uint32_t from, std::uint32_t kept);
     void fold_removed(std::uint32_t survivor, std::uint32_t removed);
     void fold_survivor(std::uint32_t survivor, std::uint32_t removed);
     void move_to_back(std::uint32_t moving);
     void attach(std::uint32_t kept, std::uint32_t from);
+    void fold(edge& gone, std::uint32_t into, std::uint32_t kept, std::uint32_t from);
+    void rewrite_end(edge& e, std::uint32_t from, std::uint32_t kept) const;
     std::uint32_t edge_between(std::uint32_t a, std::uint32_t b, std::uint32_t hash) const;
     void index_edge(std::uint32_t number, std::uint32_t hash);
-    void fold_sums(std::uint32_t into, std::uint32_t gone, std::uint32_t kept, std::uint32_t from);
-    void rewrite_end(std::uint32_t number, std::uint32_t from, std::uint32_t kept);
-    queue_entry entry_of(std::uint32_t number) const { return {edges_[number].weight, number, place_of(number)}; }
+    void note_stray(std::uint32_t number, std::uint32_t of);
     function_layout write_layout() const;
 
-    place place_of(std::uint32_t number) const {
-        const edge& e = edges_[number];
-        if (!e.follows) {
-            return places_[number];
-        }
-        const std::int64_t sequence = places_[number].sequence;
-        return {std::max(groups_[e.end[e.first]].last_move, sequence), sequence};
+    place place_of(const edge& e) const {
+        return e.follows ? place{std::max(groups_[e.first_end()].last_move, e.at.sequence), e.at.sequence} : e.at;
     }
-    unsigned int side_of(std::uint32_t number, std::uint32_t of) const { return edges_[number].end[1] == of ? 1 : 0; }
-    bool is_stray(std::uint32_t number, std::uint32_t of) const {
-        const edge& e = edges_[number];
-        return !e.follows || e.end[e.first] != of;
-    }
-    void note_stray(std::uint32_t number, std::uint32_t of) {
-        if (groups_[of].strays != no_index) {
-            strays_[groups_[of].strays].push_back(number);
-        }
+    queue_entry present(std::uint32_t number) const {
+        return {edges_[number].weight, number, place_of(edges_[number])};
     }
 
     std::vector<group> groups_;
     std::vector<edge> edges_;
-    std::vector<place> places_;                      ///< by edge; of a follower, only the sequence number counts
-    std::vector<std::array<std::uint64_t, 2>> sums_; ///< by edge: sum of weight x coordinate at each end, modulo 2^64
     edge_queue queue_;
-    hash_index pairs_;                    ///< from pairs of groups to edges; entries of dead groups are useless
+    hash_index pairs_;                    ///< from pairs of groups to edges; entries of former groups are useless
     std::vector<std::uint32_t> incident_; ///< edge numbers, segment after segment
     std::vector<segment> segments_;
     std::vector<std::vector<std::uint32_t>> strays_;
@@ -130,22 +124,22 @@ private:
 };
 
 merger::merger(const call_profile& profile)
-    : groups_(profile.function_count()), edges_(profile.edges().size()), places_(edges_.size()), sums_(edges_.size()),
-      pairs_(profile.pairs()), incident_(2 * edges_.size()), segments_(groups_.size()), links_(groups_.size()),
+    : groups_(profile.function_count()), edges_(profile.edges().size()), pairs_(profile.pairs()),
+      incident_(2 * edges_.size()), segments_(groups_.size()), links_(groups_.size()),
       clock_(static_cast<std::int64_t>(edges_.size())) {
     for (std::uint32_t number = 0; number < edges_.size(); ++number) {
         const call_edge& read = profile.edges()[number];
-        edges_[number] = {{read.first, read.second}, read.weight, 0, true};
-        places_[number] = {number, number};
-        queue_.add(entry_of(number));
+        edges_[number] = {{read.first, read.second}, read.weight, 0, true, {number, number}, {}};
+        queue_.add(present(number));
         ++groups_[read.first].entries;
         ++groups_[read.second].entries;
     }
+    pairs_.reserve(edges_.size() + edges_.size() / 2); // for the pairs that folding adds
     std::uint64_t begin = 0;
     for (std::uint32_t vertex = 0; vertex < groups_.size(); ++vertex) {
         group& g = groups_[vertex];
         g.names.head = g.names.tail = vertex;
-        g.label = g.first_segment = g.last_segment = vertex;
+        g.label = g.last_segment = vertex;
         segments_[vertex] = {begin, begin, no_index};
         begin += g.entries;
     }
@@ -157,26 +151,52 @@ merger::merger(const call_profile& profile)
 }
 
 function_layout merger::run() {
-    const auto present = [this](std::uint32_t number) { return entry_of(number); };
-    const auto prefetch = [this](std::uint32_t number) {
-        __builtin_prefetch(&edges_[number]);
-        __builtin_prefetch(&places_[number]);
-    };
     std::uint32_t heaviest = 0;
-    while (queue_.take(heaviest, present, prefetch)) {
+    while (queue_.take(
+        heaviest, [this](std::uint32_t number) { return present(number); },
+        [this](std::uint32_t number) { __builtin_prefetch(&edges_[number]); })) {
+        prefetch_upcoming();
         merge(heaviest);
     }
     return write_layout();
 }
 
+// Each merge follows pointers through memory that is not cached. What the next ones will most probably follow is known: it
+// is fetched in stages, one step of the pointer chase in each merge that passes.
+void merger::prefetch_upcoming() const {
+    if (const std::uint32_t number = queue_.upcoming(8); number != no_index) {
+        __builtin_prefetch(&edges_[number]);
+    }
+    if (const std::uint32_t number = queue_.upcoming(6); number != no_index) {
+        for (const std::uint32_t end : edges_[number].end) {
+            __builtin_prefetch(&groups_[end]);
+            __builtin_prefetch(&segments_[end]);
+        }
+    }
+    const auto smaller_side = [this](const edge& e) {
+        return groups_[e.end[0]].entries < groups_[e.end[1]].entries ? e.end[0] : e.end[1];
+    };
+    if (const std::uint32_t number = queue_.upcoming(4); number != no_index) {
+        __builtin_prefetch(&incident_[segments_[smaller_side(edges_[number])].begin]);
+        for (const std::uint32_t end : edges_[number].end) {
+            links_.prefetch(groups_[end].names);
+        }
+    }
+    if (const std::uint32_t number = queue_.upcoming(2); number != no_index) {
+        const segment& stretch = segments_[smaller_side(edges_[number])];
+        for (std::uint64_t i = stretch.begin; i < std::min(stretch.end, stretch.begin + 12); ++i) {
+            __builtin_prefetch(&edges_[incident_[i]]);
+        }
+    }
+}
+
 // Merges the second end of an edge into its first end.
 void merger::merge(std::uint32_t number) {
     edge& joining = edges_[number];
-    const unsigned int first = joining.first;
-    const std::uint32_t survivor = joining.end[first];
-    const std::uint32_t removed = joining.end[1 - first];
+    const std::uint32_t survivor = joining.first_end();
+    const std::uint32_t removed = joining.other_end(survivor);
     links_.join(groups_[survivor].names, groups_[removed].names,
-                {joining.weight, sums_[number][first], sums_[number][1 - first]});
+                {joining.weight, joining.sums[joining.first], joining.sums[1 - joining.first]});
     joining.weight = 0;
     if (groups_[survivor].entries >= groups_[removed].entries) {
         fold_removed(survivor, removed);
@@ -188,49 +208,54 @@ void merger::merge(std::uint32_t number) {
 
 // Fills moving_ with the live edges of a group that is about to become part of `kept`.
 void merger::collect_live_edges(std::uint32_t from, std::uint32_t kept) {
+    constexpr std::uint64_t distance = 12; // edges between prefetch and use
     moving_.clear();
-    for (std::uint32_t s = groups_[from].first_segment; s != no_index; s = segments_[s].next) {
+    for (std::uint32_t s = from; s != no_index; s = segments_[s].next) {
         const segment stretch = segments_[s];
         for (std::uint64_t i = stretch.begin; i < stretch.end; ++i) {
-            if (i + 8 < stretch.end) {
-                __builtin_prefetch(&edges_[incident_[i + 8]]);
+            if (i + distance < stretch.end) {
+                __builtin_prefetch(&edges_[incident_[i + distance]]);
             }
-            const std::uint32_t number = incident_[i];
-            const edge& e = edges_[number];
+            const edge& e = edges_[incident_[i]];
             if (e.weight != 0) {
-                const std::uint32_t neighbour = e.end[1 - side_of(number, from)];
-                const std::uint32_t hash = hash_of_pair(kept, neighbour);
-                pairs_.prefetch(hash);
-                __builtin_prefetch(&places_[number]);
-                __builtin_prefetch(&sums_[number]);
-                moving_.push_back({{}, number, neighbour, hash});
+                const std::uint32_t neighbour = e.other_end(from);
+                moving_.push_back({incident_[i], neighbour, hash_of_pair(kept, neighbour), {}});
+                pairs_.prefetch(moving_.back().hash);
             }
         }
     }
-    for (moving_edge& m : moving_) {
-        m.at = place_of(m.number);
+    for (const moving_edge& m : moving_) {
+        pairs_.find(m.hash, [this](std::uint32_t existing) { // most probably the edge to fold it into
+            __builtin_prefetch(&edges_[existing]);
+            return true;
+        });
     }
 }
 
 // Folds the edges of the removed vertex, the smaller side, into the survivor: they move to the back one by one.
 void merger::fold_removed(std::uint32_t survivor, std::uint32_t removed) {
     collect_live_edges(removed, survivor);
+    const auto folded = std::remove_if(moving_.begin(), moving_.end(), [&](moving_edge& m) {
+        edge& e = edges_[m.number];
+        const std::uint32_t existing = edge_between(survivor, m.neighbour, m.hash);
+        if (existing == no_index) {
+            m.at = place_of(e);
+            return false;
+        }
+        fold(e, existing, survivor, removed);
+        return true;
+    });
+    moving_.erase(folded, moving_.end());
     std::sort(moving_.begin(), moving_.end(), [](const moving_edge& a, const moving_edge& b) { return a.at < b.at; });
     for (const moving_edge& m : moving_) {
-        const std::uint32_t existing = edge_between(survivor, m.neighbour, m.hash);
-        if (existing != no_index) {
-            fold_sums(existing, m.number, survivor, removed);
-            queue_.add(entry_of(existing));
-            continue;
-        }
         edge& e = edges_[m.number];
-        if (!is_stray(m.number, m.neighbour)) {
+        if (!e.is_stray_of(m.neighbour)) {
             note_stray(m.number, m.neighbour);
         }
-        rewrite_end(m.number, removed, survivor);
-        e.first = static_cast<std::uint16_t>(side_of(m.number, survivor));
+        rewrite_end(e, removed, survivor);
+        e.set_first_end(survivor);
         e.follows = true;
-        places_[m.number].sequence = clock_++;
+        e.at.sequence = clock_++;
         index_edge(m.number, m.hash);
     }
     attach(survivor, removed);
@@ -241,32 +266,33 @@ void merger::fold_removed(std::uint32_t survivor, std::uint32_t removed) {
 void merger::fold_survivor(std::uint32_t survivor, std::uint32_t removed) {
     move_to_back(removed);
     collect_live_edges(survivor, removed);
-    for (const moving_edge& m : moving_) {
-        const bool was_first = edges_[m.number].end[edges_[m.number].first] == survivor;
-        const std::uint32_t existing = edge_between(removed, m.neighbour, m.hash);
-        std::uint32_t kept_number = m.number;
-        if (existing != no_index) { // the survivor's edge lives on in the storage of the other
-            edge& e = edges_[existing];
-            const std::uint32_t first_end = was_first ? removed : m.neighbour;
-            e.first = static_cast<std::uint16_t>(side_of(existing, first_end));
-            e.follows = !was_first && edges_[m.number].follows;
-            places_[existing] = e.follows ? places_[m.number] : m.at;
-            fold_sums(existing, m.number, removed, survivor);
-            queue_.add(entry_of(existing));
-            kept_number = existing;
-            if (is_stray(existing, m.neighbour)) {
-                note_stray(existing, m.neighbour);
-            }
-        } else {
-            rewrite_end(m.number, survivor, removed);
-            if (was_first) {
-                edges_[m.number].follows = false;
-                places_[m.number] = m.at;
-            }
-            index_edge(m.number, m.hash);
+    const auto folded = std::remove_if(moving_.begin(), moving_.end(), [&](const moving_edge& m) {
+        edge& e = edges_[m.number];
+        const bool was_first = e.first_end() == survivor;
+        if (was_first) { // it follows no one now: the last move of its new first end is not its own
+            e.at = place_of(e);
+            e.follows = false;
         }
-        note_stray(kept_number, removed);
-    }
+        const std::uint32_t existing = edge_between(removed, m.neighbour, m.hash);
+        if (existing == no_index) {
+            rewrite_end(e, survivor, removed);
+            note_stray(m.number, removed);
+            index_edge(m.number, m.hash);
+            return false;
+        }
+        // The survivor's edge lives on in the record of the other.
+        edge& kept = edges_[existing];
+        kept.set_first_end(was_first ? removed : m.neighbour);
+        kept.follows = e.follows;
+        kept.at = e.at;
+        fold(e, existing, removed, survivor);
+        note_stray(existing, removed);
+        if (kept.is_stray_of(m.neighbour)) {
+            note_stray(existing, m.neighbour);
+        }
+        return true;
+    });
+    moving_.erase(folded, moving_.end());
     attach(removed, survivor);
 }
 
@@ -275,12 +301,13 @@ void merger::move_to_back(std::uint32_t moving) {
     group& g = groups_[moving];
     moving_.clear();
     const auto collect = [&](std::uint32_t number) {
-        if (edges_[number].weight != 0 && is_stray(number, moving)) {
-            moving_.push_back({place_of(number), number, edges_[number].end[1 - side_of(number, moving)], 0});
+        const edge& e = edges_[number];
+        if (e.weight != 0 && e.is_stray_of(moving)) {
+            moving_.push_back({number, e.other_end(moving), 0, place_of(e)});
         }
     };
     if (g.strays == no_index) { // its first move: look at all its edges
-        for (std::uint32_t s = g.first_segment; s != no_index; s = segments_[s].next) {
+        for (std::uint32_t s = moving; s != no_index; s = segments_[s].next) {
             for (std::uint64_t i = segments_[s].begin; i < segments_[s].end; ++i) {
                 collect(incident_[i]);
             }
@@ -294,41 +321,62 @@ void merger::move_to_back(std::uint32_t moving) {
     // The youngest first, so that sequence numbers before all others can be handed out downwards.
     std::sort(moving_.begin(), moving_.end(), [](const moving_edge& a, const moving_edge& b) { return a.at > b.at; });
     for (const moving_edge& m : moving_) {
-        if (!is_stray(m.number, moving)) {
+        edge& e = edges_[m.number];
+        if (!e.is_stray_of(moving)) {
             continue; // listed twice
         }
-        if (!is_stray(m.number, m.neighbour)) {
+        if (!e.is_stray_of(m.neighbour)) {
             note_stray(m.number, m.neighbour);
         }
-        edge& e = edges_[m.number];
-        e.first = static_cast<std::uint16_t>(side_of(m.number, moving));
+        e.set_first_end(moving);
         e.follows = true;
-        places_[m.number].sequence = m.at.moved > g.last_move ? m.at.moved : --g.front_sequence;
+        e.at.sequence = m.at.moved > g.last_move ? m.at.moved : --g.front_sequence;
     }
     g.last_move = clock_++;
 }
 
-// Hangs those edges of moving_ that are still alive on to the kept group.
+// Hangs the edges that are left in moving_ on to the kept group; the other group is no more.
 void merger::attach(std::uint32_t kept, std::uint32_t from) {
-    const std::uint64_t begin = incident_.size();
-    for (const moving_edge& m : moving_) {
-        if (edges_[m.number].weight != 0) {
+    group& g = groups_[kept];
+    if (!moving_.empty()) {
+        const std::uint64_t begin = incident_.size();
+        for (const moving_edge& m : moving_) {
             incident_.push_back(m.number);
         }
-    }
-    const std::uint64_t end = incident_.size();
-    group& g = groups_[kept];
-    if (end > begin) {
         const auto added = static_cast<std::uint32_t>(segments_.size());
-        segments_.push_back({begin, end, no_index});
+        segments_.push_back({begin, incident_.size(), no_index});
         segments_[g.last_segment].next = added;
         g.last_segment = added;
-        g.entries += end - begin;
+        g.entries += moving_.size();
     }
     groups_[from].label = no_index;
     if (groups_[from].strays != no_index) {
         strays_[groups_[from].strays] = {};
     }
+}
+
+// Folds an edge between `from` and a neighbour into the edge between `kept` and that neighbour.
+void merger::fold(edge& gone, std::uint32_t into, std::uint32_t kept, std::uint32_t from) {
+    rewrite_end(gone, from, kept);
+    edge& e = edges_[into];
+    const bool same_sides = e.side_of(kept) == gone.side_of(kept);
+    e.sums[0] += gone.sums[same_sides ? 0 : 1];
+    e.sums[1] += gone.sums[same_sides ? 1 : 0];
+    e.weight = saturating_sum(e.weight, gone.weight);
+    gone.weight = 0;
+    queue_.add(present(into));
+}
+
+// Expresses the sum of an edge at its end `from` in the coordinates of the group `kept`, with which `from` now shares its
+// chain, and makes that its end.
+void merger::rewrite_end(edge& e, std::uint32_t from, std::uint32_t kept) const {
+    const chain& old_chain = groups_[from].names;
+    const chain& new_chain = groups_[kept].names;
+    const auto turn = static_cast<std::uint64_t>(old_chain.direction * new_chain.direction);
+    const auto shift = static_cast<std::uint64_t>(new_chain.direction * (old_chain.offset - new_chain.offset));
+    const unsigned int side = e.side_of(from);
+    e.sums[side] = turn * e.sums[side] + shift * e.weight;
+    e.end[side] = kept;
 }
 
 std::uint32_t merger::edge_between(std::uint32_t a, std::uint32_t b, std::uint32_t hash) const {
@@ -348,28 +396,11 @@ void merger::index_edge(std::uint32_t number, std::uint32_t hash) {
     pairs_.insert(hash, number);
 }
 
-// Expresses the sum of an edge at its end `from` in the coordinates of the group `kept`, with which `from` now shares
-// its chain, and makes that its end.
-void merger::rewrite_end(std::uint32_t number, std::uint32_t from, std::uint32_t kept) {
-    const chain& gf = groups_[from].names;
-    const chain& gk = groups_[kept].names;
-    const auto turn = static_cast<std::uint64_t>(gf.direction * gk.direction);
-    const auto shift = static_cast<std::uint64_t>(gk.direction * (gf.offset - gk.offset));
-    const unsigned int side = side_of(number, from);
-    std::uint64_t& sum = sums_[number][side];
-    sum = turn * sum + shift * edges_[number].weight;
-    edges_[number].end[side] = kept;
-}
-
-// Folds the edge `gone`, from `from` to a neighbour, into the edge from `kept` to that neighbour.
-void merger::fold_sums(std::uint32_t into, std::uint32_t gone, std::uint32_t kept, std::uint32_t from) {
-    rewrite_end(gone, from, kept);
-    const unsigned int into_side = side_of(into, kept);
-    const unsigned int gone_side = side_of(gone, kept);
-    sums_[into][into_side] += sums_[gone][gone_side];
-    sums_[into][1 - into_side] += sums_[gone][1 - gone_side];
-    edges_[into].weight = saturating_sum(edges_[into].weight, edges_[gone].weight);
-    edges_[gone].weight = 0;
+// Lists an edge that does not follow a group among its strays, if it keeps such a list.
+void merger::note_stray(std::uint32_t number, std::uint32_t of) {
+    if (groups_[of].strays != no_index) {
+        strays_[groups_[of].strays].push_back(number);
+    }
 }
 
 // The chains in the order of the vertices by which they survived.

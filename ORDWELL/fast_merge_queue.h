@@ -9,6 +9,8 @@
 // its old entry is passed over because the weight does not fit.
 #pragma once
 
+#include "ORDWELL/call_profile.h"
+
 #include <algorithm>
 #include <bit>
 #include <compare>
@@ -71,6 +73,11 @@ public:
             }
         }
         return false;
+    }
+
+    /// The edge that will be `distance` further on, if nothing changes; no_index where that is not known.
+    std::uint32_t upcoming(std::size_t distance) const {
+        return distance <= run_.size() ? run_[run_.size() - distance].number : no_index;
     }
 
 private:
