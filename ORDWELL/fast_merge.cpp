@@ -119,8 +119,9 @@ private:
     std::vector<segment> segments_;
     std::vector<std::vector<std::uint32_t>> strays_;
     chain_links links_;
-    std::int64_t clock_;              ///< the next unused time and sequence number
-    std::vector<moving_edge> moving_; ///< scratch of one merge
+    std::int64_t clock_;                ///< the next unused time and sequence number
+    std::vector<std::uint32_t> listed_; ///< scratch of one merge: edges of a side, those gone included
+    std::vector<moving_edge> moving_;   ///< the same: those that are left
 };
 
 merger::merger(const call_profile& profile)
@@ -208,20 +209,25 @@ void merger::merge(std::uint32_t number) {
 
 // Fills moving_ with the live edges of a group that is about to become part of `kept`.
 void merger::collect_live_edges(std::uint32_t from, std::uint32_t kept) {
-    constexpr std::uint64_t distance = 12; // edges between prefetch and use
-    moving_.clear();
+    constexpr std::size_t distance = 24; // edges between prefetch and use
+    listed_.clear();
     for (std::uint32_t s = from; s != no_index; s = segments_[s].next) {
-        const segment stretch = segments_[s];
-        for (std::uint64_t i = stretch.begin; i < stretch.end; ++i) {
-            if (i + distance < stretch.end) {
-                __builtin_prefetch(&edges_[incident_[i + distance]]);
-            }
-            const edge& e = edges_[incident_[i]];
-            if (e.weight != 0) {
-                const std::uint32_t neighbour = e.other_end(from);
-                moving_.push_back({incident_[i], neighbour, hash_of_pair(kept, neighbour), {}});
-                pairs_.prefetch(moving_.back().hash);
-            }
+        listed_.insert(listed_.end(), incident_.begin() + static_cast<std::ptrdiff_t>(segments_[s].begin),
+                       incident_.begin() + static_cast<std::ptrdiff_t>(segments_[s].end));
+    }
+    for (std::size_t i = 0; i < std::min(distance, listed_.size()); ++i) {
+        __builtin_prefetch(&edges_[listed_[i]]);
+    }
+    moving_.clear();
+    for (std::size_t i = 0; i < listed_.size(); ++i) {
+        if (i + distance < listed_.size()) {
+            __builtin_prefetch(&edges_[listed_[i + distance]]);
+        }
+        const edge& e = edges_[listed_[i]];
+        if (e.weight != 0) {
+            const std::uint32_t neighbour = e.other_end(from);
+            moving_.push_back({listed_[i], neighbour, hash_of_pair(kept, neighbour), {}});
+            pairs_.prefetch(moving_.back().hash);
         }
     }
     for (const moving_edge& m : moving_) {

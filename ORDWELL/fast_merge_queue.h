@@ -95,6 +95,7 @@ private:
         constexpr std::size_t distance = 16; // edges between prefetch and use
         while (run_.empty() && open_bucket_ > 0) {
             const std::vector<std::uint32_t> numbers = std::move(buckets_[--open_bucket_]);
+            run_.reserve(numbers.size());
             for (std::size_t i = 0; i < numbers.size(); ++i) {
                 if (i + distance < numbers.size()) {
                     prefetch(numbers[i + distance]);
