@@ -182,7 +182,8 @@ TEST_F(Diagnostics, ChangesSeverities) {
 
 TEST_F(Diagnostics, CopiesComparesAndDumpsRecords) {
     DIAG_SRCINFO_DATA position("f.c", 12, 3, false);
-    DIAG::gadvice advice(DIAG::gadvice::row(), "x", 1, strdup("first words " /* wrapped below */));
+    DIAG::gadvice advice(DIAG::gadvice::row(), "x", 1,
+                         strdup((std::string(60, 'a') + " " + std::string(20, 'b')).c_str()));
     DIAG::gadvice other(DIAG::gadvice::row(), "x", 1, strdup("second"));
     EXPECT_FALSE(advice.is_equal(&other));
     other.free_mem();
@@ -194,15 +195,13 @@ TEST_F(Diagnostics, CopiesComparesAndDumpsRecords) {
     testing::internal::CaptureStdout();
     copy->dump();
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "Code : 99927\nstd_msg : %s\nvrb_msg : (null)\nFile : f.c\n"
-                                                      "Line : 12\nColumn: 3\n(first words )\n");
-    advice.free_mem();
-
-    const std::string words = std::string(60, 'a') + " " + std::string(20, 'b');
-    DIAG::gadvice long_advice(DIAG::gadvice::row(), "x", 1, words.c_str());
+                                                      "Line : 12\nColumn: 3\n(" +
+                                                          std::string(60, 'a') + " " + std::string(20, 'b') + ")\n");
     DIAGNOSTIC::advice_m = true;
-    char* const wrapped = long_advice.get_sp_buffer();
+    char* const wrapped = advice.get_sp_buffer();
     EXPECT_EQ(wrapped, std::string(60, 'a') + "\n          " + std::string(20, 'b'));
     std::free(wrapped);
+    advice.free_mem();
 }
 
 using DiagnosticsDeath = Diagnostics;

@@ -5,7 +5,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <functional>
+#include <numeric>
 #include <random>
 #include <sstream>
 
@@ -93,65 +95,45 @@ const std::function<std::uint32_t(random_bits&)> weight_kinds[] = {
     [](random_bits& random) { return 1U << below(random, 32); },
 };
 
-// The shapes. Each appends calls between the functions from `first` on.
-using weight_source = std::function<std::uint32_t()>;
-void add_random(rows& calls, random_bits& random, unsigned int first, const weight_source& weight) {
-    const unsigned int functions = 2 + below(random, 30);
-    for (unsigned int count = below(random, 5 * functions); count > 0; --count) { // self-calls and repetitions included
-        calls.push_back({first + below(random, functions), first + below(random, functions), weight()});
-    }
-}
-void add_star(rows& calls, random_bits& random, unsigned int first, const weight_source& weight) {
-    const unsigned int callers = 1 + below(random, 40);
-    const unsigned int direction = below(random, 3); // hub called, hub calling, both
-    for (unsigned int i = 1; i <= callers; ++i) {
-        const bool called = direction == 0 || (direction == 2 && random() % 2 == 0);
-        calls.push_back(called ? row{first + i, first, weight()} : row{first, first + i, weight()});
-        if (random() % 4 == 0) {
-            calls.push_back({first + i, first + 1 + below(random, callers), weight()});
-        }
-    }
-}
-void add_clique(rows& calls, random_bits& random, unsigned int first, const weight_source& weight) {
-    const unsigned int functions = 2 + below(random, 10);
-    for (unsigned int i = 0; i < functions; ++i) {
-        for (unsigned int j = 0; j < i; ++j) {
-            calls.push_back(random() % 2 == 0 ? row{first + i, first + j, weight()}
-                                              : row{first + j, first + i, weight()});
-        }
-    }
-}
-void add_path(rows& calls, random_bits& random, unsigned int first, const weight_source& weight) {
-    const unsigned int functions = 2 + below(random, 60);
-    for (unsigned int i = 1; i < functions; ++i) {
-        calls.push_back(random() % 3 == 0 ? row{first + i, first + i - 1, weight()}
-                                          : row{first + i - 1, first + i, weight()});
-    }
-}
-// Chains of callers that lead into a few popular functions: the larger side keeps being the removed one.
-void add_hubs(rows& calls, random_bits& random, unsigned int first, const weight_source& weight) {
-    const unsigned int functions = 8 + below(random, 50);
-    const unsigned int hubs = 1 + below(random, 4);
-    for (unsigned int i = hubs; i < functions; ++i) {
-        for (unsigned int hub = 0; hub < hubs; ++hub) {
-            if (random() % 2 == 0) {
-                calls.push_back({first + i, first + hub, weight()});
-            }
-        }
-        if (random() % 2 == 0) {
-            calls.push_back({first + i, first + below(random, i), weight()});
-        }
-    }
-}
+// The shapes: with which functions before it the function i exchanges calls.
+using partners = std::vector<unsigned int>;
+const std::function<partners(unsigned int, random_bits&)> shapes[] = {
+    [](unsigned int i, random_bits& random) { // anything, self-calls and repetitions included
+        partners several(below(random, 5));
+        std::generate(several.begin(), several.end(), [&] { return below(random, i + 1); });
+        return several;
+    },
+    [](unsigned int i, random_bits& random) { // a star, with a few edges between its points
+        return random() % 4 == 0 ? partners{0, below(random, i)} : partners{0};
+    },
+    [](unsigned int i, random_bits&) { // a clique
+        partners all(std::min(i, 12U));
+        std::iota(all.begin(), all.end(), 0U);
+        return all;
+    },
+    [](unsigned int i, random_bits&) { return partners{i - 1}; }, // a path
+    [](unsigned int i, random_bits& random) {                     // callers that share a few popular functions
+        return random() % 2 == 0 ? partners{below(random, std::min(i, 3U)), below(random, i)}
+                                 : partners{below(random, std::min(i, 3U))};
+    },
+};
 
 rows random_calls(unsigned int seed) {
     random_bits random(seed);
     const auto& kind = weight_kinds[seed % std::size(weight_kinds)];
-    const weight_source weight = [&] { return kind(random); };
-    constexpr decltype(&add_random) shapes[] = {add_random, add_star, add_clique, add_path, add_hubs};
+    const auto weight = [&] { return kind(random); };
     rows calls;
     for (unsigned int components = 1 + below(random, 3), first = 0; components > 0; --components, first += 100) {
-        shapes[below(random, std::size(shapes))](calls, random, first, weight);
+        const auto& shape = shapes[below(random, std::size(shapes))];
+        const unsigned int functions = 2 + below(random, 45);
+        const unsigned int direction = below(random, 3); // later ones call, are called, or both
+        for (unsigned int i = 1; i < functions; ++i) {
+            for (const unsigned int partner : shape(i, random)) {
+                const bool calls_earlier = direction == 0 || (direction == 2 && random() % 2 == 0);
+                calls.push_back(calls_earlier ? row{first + i, first + partner, weight()}
+                                              : row{first + partner, first + i, weight()});
+            }
+        }
     }
     if (random() % 2 == 0) { // join the components
         for (unsigned int bridges = below(random, 8); bridges > 0 && !calls.empty(); --bridges) {

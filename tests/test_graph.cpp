@@ -3,20 +3,13 @@
 #include "DIAG/diag.h"
 #include "ORDWELL/pettis_hansen.h"
 #include "support/debug_switch.h"
+#include "tests/printed.h"
 
 #include <gtest/gtest.h>
-
-#include <functional>
 
 namespace {
 
 using order = PETTIS_HANSEN_GRAPH::function_order;
-
-std::string printed(const std::function<void()>& action) {
-    testing::internal::CaptureStdout();
-    action();
-    return testing::internal::GetCapturedStdout();
-}
 
 void fill(PETTIS_HANSEN_GRAPH& graph, const std::vector<std::tuple<std::string, std::string, unsigned long>>& calls) {
     for (const auto& [caller, callee, weight] : calls) {

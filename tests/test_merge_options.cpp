@@ -1,12 +1,12 @@
 // History, export and merging of option sets. The tool's own merge tables are empty: tests put theirs in place.
 #include "DIAG/diag.h"
 #include "tests/open_options.h"
+#include "tests/printed.h"
 
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <functional>
-#include <initializer_list>
+#include <sstream>
 
 namespace {
 
@@ -14,12 +14,6 @@ using id = option_obj::option_id;
 constexpr auto order_file = option_obj::opt_preferred_order_file;
 constexpr auto wrap = option_obj::opt_diag_wrap;
 constexpr auto buffer = option_obj::opt_buffer_diagnostics;
-
-std::string printed(const std::function<void()>& action) {
-    testing::internal::CaptureStdout();
-    action();
-    return testing::internal::GetCapturedStdout();
-}
 
 std::string taken(char* text) {
     std::string result = text == nullptr ? "(null)" : text;
@@ -36,10 +30,12 @@ std::string taken(option_obj::option_id* list) {
     return result;
 }
 
-open_options with(std::initializer_list<const char*> arguments, const char* file = "<internal>") {
+// An object that was given these arguments, which are separated by blanks.
+open_options with(const std::string& arguments, const char* file = "<internal>") {
     open_options options;
-    for (const char* const argument : arguments) {
-        options.apply(argument);
+    std::istringstream words(arguments);
+    for (std::string argument; words >> argument;) {
+        options.apply(argument.c_str());
     }
     options.current_file = file;
     return options;
@@ -55,10 +51,9 @@ protected:
         DIAGNOSTIC::wrap_enabled_m = true;
         DIAGNOSTIC::error_count_m = 0;
     }
-    using arguments = std::initializer_list<const char*>;
-
     // The options after merging `there` into `here` under one policy for all options.
-    static std::string print_merged(option_obj::merge_policy policy, arguments here, arguments there) {
+    static std::string print_merged(option_obj::merge_policy policy, const std::string& here,
+                                    const std::string& there) {
         open_options::merge_policy_functions.fill(policy);
         open_options mine = with(here);
         open_options others = with(there, "b.o");
@@ -68,7 +63,7 @@ protected:
     }
 
     // The same, and what was said.
-    static std::string merged(option_obj::merge_policy policy, arguments here, arguments there) {
+    static std::string merged(option_obj::merge_policy policy, const std::string& here, const std::string& there) {
         testing::internal::CaptureStderr();
         const std::string options = print_merged(policy, here, there);
         return options + "\n" + testing::internal::GetCapturedStderr();
@@ -76,8 +71,7 @@ protected:
 };
 
 TEST(History, PrintsSettingsInOrder) {
-    open_options options;
-    options.apply("-ox");
+    open_options options = with("-ox");
     options.apply("-pdb");
     options.addfileopt("a.c", "cc");
     options.addfileopt("b.o", "ld");
@@ -94,14 +88,19 @@ TEST(History, PrintsSettingsInOrder) {
 }
 
 TEST(Export, RendersSettings) {
-    open_options options = with({"-pdb", "-oa", "-ob", "--diag_wrap=off"});
-    EXPECT_EQ(taken(options.export_option(wrap, 0)), "--diag_wrap=off");
-    EXPECT_EQ(taken(options.export_option(order_file, 1)), "--preferred_order_file=b");
-    EXPECT_EQ(taken(options.export_option(order_file, 2)), "(null)");
-    EXPECT_EQ(taken(options.export_option(order_file, -1)), "(null)");
-    EXPECT_EQ(taken(options.export_option(buffer, 5)), "--buffer_diagnostics");
-    EXPECT_EQ(taken(options.export_option(option_obj::opt_end, 0)), "(null)");
-    EXPECT_EQ(taken(options.export_option(option_obj::opt_disable_pass, 0)), "(null)"); // never set
+    open_options options = with("-pdb -oa -ob --diag_wrap=off");
+    const std::tuple<id, int, const char*> exports[] = {
+        {wrap, 0, "--diag_wrap=off"},
+        {order_file, 1, "--preferred_order_file=b"},
+        {order_file, 2, "(null)"},
+        {order_file, -1, "(null)"},
+        {buffer, 5, "--buffer_diagnostics"},
+        {option_obj::opt_end, 0, "(null)"},
+        {option_obj::opt_disable_pass, 0, "(null)"}, // never set
+    };
+    for (const auto& [option, index, text] : exports) {
+        EXPECT_EQ(taken(options.export_option(option, index)), text) << option << " " << index;
+    }
     EXPECT_EQ(taken(options.print()),
               "--buffer_diagnostics --diag_wrap=off --preferred_order_file=a --preferred_order_file=b");
     options.setarg(wrap, 0L);
@@ -132,7 +131,7 @@ TEST(Export, RendersSettings) {
 }
 
 TEST(Export, DumpsSettings) {
-    open_options options = with({"-oa", "-ob"});
+    open_options options = with("-oa -ob");
     EXPECT_EQ(printed([&] { options.dump(0); }), "--preferred_order_file     STRING LIST ARG: a b\n");
     options.clearopt(order_file);
     options.apply("-pdb");
@@ -175,52 +174,37 @@ TEST_F(MergeOptions, ComparesArguments) {
 
 TEST_F(MergeOptions, FollowsEachPolicy) {
     using o = option_obj;
-    const std::string off = "--diag_wrap=off";
-    const std::string on = "--diag_wrap=on";
+    const std::string off = "--diag_wrap=off\n";
+    const std::string on = "--diag_wrap=on\n";
+    const std::string incompatible = off +
+                                     "error: option --diag_wrap=on is set in \"b.o\", and is incompatible with the\n"
+                                     "   previously seen option --diag_wrap=off\n";
     const struct {
         o::merge_policy policy;
-        std::initializer_list<const char*> here;
-        std::initializer_list<const char*> there;
+        const char* here;
+        const char* there;
         std::string expected;
     } cases[] = {
-        {nullptr, {"-pdb"}, {"-oa"}, "--buffer_diagnostics\n"},
-        {&o::merge_policy_none, {"-pdb"}, {"-oa"}, "--buffer_diagnostics\n"},
-        {&o::merge_policy_main, {"-pdb"}, {"-oa"}, "--buffer_diagnostics\n"},
-        {&o::merge_policy_exact,
-         {"-pdb", "--diag_wrap"},
-         {"-pdb", "--diag_wrap=on"},
-         "--buffer_diagnostics " + on + "\n"},
-        {&o::merge_policy_exact,
-         {"-pdb"},
-         {},
-         "--buffer_diagnostics\n"
-         "error: option --buffer_diagnostics was set in previous files, but not in \"b.o\"\n"},
-        {&o::merge_policy_exact,
-         {},
-         {"-oa"},
+        {nullptr, "-pdb", "-oa", "--buffer_diagnostics\n"},
+        {&o::merge_policy_none, "-pdb", "-oa", "--buffer_diagnostics\n"},
+        {&o::merge_policy_main, "-pdb", "-oa", "--buffer_diagnostics\n"},
+        {&o::merge_policy_exact, "-pdb --diag_wrap", "-pdb --diag_wrap=on", "--buffer_diagnostics " + on},
+        {&o::merge_policy_exact, "-pdb", "",
+         "--buffer_diagnostics\nerror: option --buffer_diagnostics was set in previous files, but not in \"b.o\"\n"},
+        {&o::merge_policy_exact, "", "-oa",
          "\nerror: option --preferred_order_file=a is set in \"b.o\", but not in previous\n   files\n"},
-        {&o::merge_policy_exact,
-         {"--diag_wrap=off"},
-         {"--diag_wrap=on"},
-         off + "\nerror: option --diag_wrap=on is set in \"b.o\", and is incompatible with the\n"
-               "   previously seen option --diag_wrap=off\n"},
-        {&o::merge_policy_exact_notset, {"-pdb"}, {"-oa"}, "--buffer_diagnostics\n"},
-        {&o::merge_policy_exact_notset,
-         {"--diag_wrap=off"},
-         {"--diag_wrap"},
-         off + "\nerror: option --diag_wrap=on is set in \"b.o\", and is incompatible with the\n"
-               "   previously seen option --diag_wrap=off\n"},
-        {&o::merge_policy_or,
-         {"-oa"},
-         {"-pdb", "-ob", "-oc"},
+        {&o::merge_policy_exact, "--diag_wrap=off", "--diag_wrap=on", incompatible},
+        {&o::merge_policy_exact_notset, "-pdb", "-oa", "--buffer_diagnostics\n"},
+        {&o::merge_policy_exact_notset, "--diag_wrap=off", "--diag_wrap", incompatible},
+        {&o::merge_policy_or, "-oa", "-pdb -ob -oc",
          "--buffer_diagnostics --preferred_order_file=a --preferred_order_file=b --preferred_order_file=c\n"},
-        {&o::merge_policy_and, {"-pdb", "-oa"}, {"-pdb"}, "--buffer_diagnostics\n"},
-        {&o::merge_policy_min, {}, {"--diag_wrap=off"}, off + "\n"},
-        {&o::merge_policy_min, {"--diag_wrap=off"}, {}, off + "\n"},
-        {&o::merge_policy_min, {"--diag_wrap=off"}, {"--diag_wrap=on"}, on + "\n"}, // "on" comes first in the list
-        {&o::merge_policy_min, {"--diag_wrap=on"}, {"--diag_wrap=off"}, on + "\n"},
-        {&o::merge_policy_max, {"--diag_wrap=on"}, {"--diag_wrap=off"}, off + "\n"},
-        {&o::merge_policy_max, {"--diag_wrap=off"}, {"--diag_wrap=on"}, off + "\n"},
+        {&o::merge_policy_and, "-pdb -oa", "-pdb", "--buffer_diagnostics\n"},
+        {&o::merge_policy_min, "", "--diag_wrap=off", off},
+        {&o::merge_policy_min, "--diag_wrap=off", "", off},
+        {&o::merge_policy_min, "--diag_wrap=off", "--diag_wrap=on", on}, // "on" comes first in the list
+        {&o::merge_policy_min, "--diag_wrap=on", "--diag_wrap=off", on},
+        {&o::merge_policy_max, "--diag_wrap=on", "--diag_wrap=off", off},
+        {&o::merge_policy_max, "--diag_wrap=off", "--diag_wrap=on", off},
     };
     for (const auto& c : cases) {
         EXPECT_EQ(merged(c.policy, c.here, c.there), c.expected) << &c - cases;
@@ -246,16 +230,16 @@ TEST_F(MergeOptions, TakesExtremesOfNumbers) {
     EXPECT_EQ(merged_number(&option_obj::merge_policy_min, "2", "3"), 2);
     EXPECT_EQ(merged_number(&option_obj::merge_policy_max, "3", "2"), 3);
     EXPECT_EQ(merged_number(&option_obj::merge_policy_max, "2", "3"), 3);
-    EXPECT_DEATH(print_merged(&option_obj::merge_policy_max, {"-oa"}, {"-ob"}), "types can be compared");
+    EXPECT_DEATH(print_merged(&option_obj::merge_policy_max, "-oa", "-ob"), "types can be compared");
 }
 
 TEST_F(MergeOptions, OverridesAndSeeds) {
     open_options::mutex_merge_override_functions.fill(
         static_cast<option_obj::merge_override>(&open_options::take_over_buffer));
-    EXPECT_EQ(merged(&option_obj::merge_policy_or, {}, {"-pdb", "-oa"}), "--preferred_order_file=a\n");
+    EXPECT_EQ(merged(&option_obj::merge_policy_or, "", "-pdb -oa"), "--preferred_order_file=a\n");
 
     open_options seeded;
-    open_options source = with({"-pdb", "-oa", "-ob", "--diag_wrap=off"});
+    open_options source = with("-pdb -oa -ob --diag_wrap=off");
     open_options::merge_policy_functions = {};
     open_options::merge_policy_functions[order_file] = &option_obj::merge_policy_or;
     open_options::merge_policy_functions[buffer] = &option_obj::merge_policy_none;
@@ -267,10 +251,10 @@ TEST_F(MergeOptions, ReportsConflicts) {
     open_options::merge_conflicts[wrap][order_file] = 3;
     const std::string expected = "--diag_wrap=on\nerror: option -o in file \"b.o\" conflicts with previous option "
                                  "--diag_wrap\n";
-    EXPECT_EQ(merged(nullptr, {"--diag_wrap"}, {"-oa"}), expected);
-    EXPECT_EQ(merged(nullptr, {"-pdb"}, {"-oa"}), "--buffer_diagnostics\n");
+    EXPECT_EQ(merged(nullptr, "--diag_wrap", "-oa"), expected);
+    EXPECT_EQ(merged(nullptr, "-pdb", "-oa"), "--buffer_diagnostics\n");
     open_options::merge_conflicts[wrap][order_file] = 1;
-    EXPECT_DEATH(print_merged(nullptr, {"--diag_wrap"}, {"-oa"}), "conflict kind is 0 or 3");
+    EXPECT_DEATH(print_merged(nullptr, "--diag_wrap", "-oa"), "conflict kind is 0 or 3");
 }
 
 } // namespace

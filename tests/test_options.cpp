@@ -3,11 +3,11 @@
 #include "DIAG/diag.h"
 #include "options/rotated_text.h"
 #include "tests/open_options.h"
+#include "tests/printed.h"
 
 #include <gtest/gtest.h>
 
 #include <climits>
-#include <functional>
 
 namespace {
 
@@ -15,12 +15,6 @@ using id = option_obj::option_id;
 constexpr auto order_file = option_obj::opt_preferred_order_file;
 constexpr auto wrap = option_obj::opt_diag_wrap;
 constexpr auto buffer = option_obj::opt_buffer_diagnostics;
-
-std::string printed(const std::function<void()>& action) {
-    testing::internal::CaptureStdout();
-    action();
-    return testing::internal::GetCapturedStdout();
-}
 
 /// Restores the tables and settings that tests change.
 class Options : public testing::Test {
@@ -39,18 +33,6 @@ private:
     decltype(open_options::option_definitions) definitions_ = open_options::option_definitions;
     const char* (*next_arg_)() = option_obj::next_arg;
 };
-
-TEST_F(Options, StartsUntouched) {
-    for (int i = -1; i <= 9; ++i) {
-        const auto any = static_cast<id>(i);
-        EXPECT_EQ(options.getargcount(any), 0U);
-        EXPECT_EQ(options.getstrarg(any, 0), nullptr);
-        EXPECT_EQ(options.getnumarg(any, 0), 0);
-        EXPECT_EQ(options.isclass(any, option_obj::class_all), i >= 0 && i <= 7);
-    }
-    EXPECT_EQ(options.format_of_option(option_obj::opt_end), nullptr);
-    EXPECT_STREQ(options.current_file, "<internal>");
-}
 
 TEST_F(Options, MatchesExactSpellings) {
     const struct {
@@ -257,23 +239,24 @@ TEST_F(Options, PlacesValues) {
     EXPECT_STREQ(parse("", number), "0x7fffffff");
     EXPECT_EQ(parse("", glued_text), nullptr);
     EXPECT_STREQ(parse("=x", glued_text), "x");
-    const auto ends_with = [](const char* text) { return "^error: " + std::string(text) + "\n$"; };
-    const auto status = testing::ExitedWithCode(1);
-    EXPECT_EXIT(parse("=", glued_text), status,
-                ends_with("option --preferred_order_file is missing its parameter 'n'"));
-    EXPECT_EXIT(parse("=", number), status, ends_with("option --preferred_order_file is missing its parameter 'n'"));
-    const char* const out = "argument to option --preferred_order_file \\(n\\) is out of range";
-    EXPECT_EXIT(parse("2147483648", number), status, ends_with(out));
-    EXPECT_EXIT(parse("5x", option_obj::parse_unsigned), status, ends_with(out));
-    EXPECT_EXIT(parse("99999999999999999999", number), status, ends_with(out));
-    EXPECT_EXIT(parse("-1", option_obj::parse_unsigned), status,
-                ends_with("argument to option --preferred_order_file \\(n\\) is out of range \\(must be a\n"
-                          "   non-negative_number\\)"));
+    const std::string missing = "^error: option --preferred_order_file is missing its parameter 'n'\n$";
+    const std::string out = "^error: argument to option --preferred_order_file \\(n\\) is out of range";
+    const std::tuple<const char*, int, std::string> bad_values[] = {
+        {"=", 12, missing},
+        {"=", 0, missing},
+        {"2147483648", 0, out + "\n$"},
+        {"99999999999999999999", 0, out + "\n$"},
+        {"5x", 2, out + "\n$"},
+        {"-1", 11, out + " \\(must be a\n   non-negative_number\\)\n$"},
+        {"on", 6, "^fatal error: corruption in option handler\n$"},
+    };
+    for (const auto& [value, type, message] : bad_values) {
+        EXPECT_EXIT(parse(value, static_cast<option_obj::parse_option_type>(type)), testing::ExitedWithCode(1),
+                    message);
+    }
     const option_obj::arg_range small = {1, 4};
-    EXPECT_EXIT(options.parse_arg(order_file, "5", rotated<"n">, number, &small), status,
-                ends_with("argument to option --preferred_order_file \\(n\\) is out of range \\(must be a\n"
-                          "   number from 1 to 4"));
-    EXPECT_EXIT(parse("on", option_obj::parse_oneof_type), status, "^fatal error: corruption in option handler\n$");
+    EXPECT_EXIT(options.parse_arg(order_file, "5", rotated<"n">, number, &small), testing::ExitedWithCode(1),
+                out + " \\(must be a\n   number from 1 to 4\n$");
 }
 
 TEST_F(Options, MatchesChoices) {
@@ -327,17 +310,6 @@ TEST_F(Options, SearchesTheHelp) {
             option_obj::display_option_help("nothing like it", 0);
         },
         testing::ExitedWithCode(0), "^>> Help: No options match the string 'nothing like it'\n$");
-}
-
-TEST_F(Options, BuildsLabels) {
-    const std::array<const char*, 6> alternatives = {rotated<"-a">, rotated<"-b">};
-    const auto label = [&](const char* main_text, const char* lead, const char* parameter, int optional) {
-        return std::string(option_obj::get_opt_txt(main_text, alternatives.data(), lead, parameter, optional));
-    };
-    EXPECT_EQ(label(rotated<"--main">, nullptr, "", 0), "--main,-a,-b");
-    EXPECT_EQ(label(rotated<"--main">, alternatives[1], rotated<"x">, 0), "-b,--main,-a=x");
-    EXPECT_EQ(label(std::string(114, 'n').c_str(), nullptr, rotated<"x">, 1), std::string(114, 'a') + ",-a,-b[=x]");
-    EXPECT_EQ(label(std::string(115, 'n').c_str(), nullptr, rotated<"x">, 1), "-a,-b[=x]");
 }
 
 TEST_F(Options, ReportsCorruptTables) {

@@ -4,18 +4,11 @@
 #include "support/debug_switch.h"
 #include "support/memory.h"
 #include "support/strcase.h"
+#include "tests/printed.h"
 
 #include <gtest/gtest.h>
 
-#include <functional>
-
 namespace {
-
-std::string printed(const std::function<void()>& action) {
-    testing::internal::CaptureStdout();
-    action();
-    return testing::internal::GetCapturedStdout();
-}
 
 TEST(Text, ComparesIgnoringCase) {
     EXPECT_EQ(strcaseicmp("Abc", "aBC"), 0);

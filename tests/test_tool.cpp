@@ -86,26 +86,15 @@ TEST(Tool, StopsAFileAtItsFirstBadRow) {
         "file ignored\n";
     const std::string weight = "error: Error reading call frequency information from a.csv, line 3; remainder\n   of "
                                "file ignored\n";
-    const struct {
-        std::string row;
-        std::string message;
-    } cases[] = {
-        {"", caller},
-        {"a", callee},
-        {"a,", callee},
-        {"\r", callee},
-        {"a,b", weight},
-        {"a,b,", weight},
-        {"a,b,x", weight},
-        {"a,b,+-5", weight},
-        {"a,b,- 5", weight},
-        {"a,b,4294967296", weight},
-        {"a,b,-4294967296", weight},
-        {"a,b,\r", weight},
+    const std::pair<std::string, std::vector<std::string>> cases[] = {
+        {caller, {""}},
+        {callee, {"a", "a,", "\r"}},
+        {weight, {"a,b", "a,b,", "a,b,x", "a,b,+-5", "a,b,- 5", "a,b,4294967296", "a,b,-4294967296", "a,b,\r"}},
     };
-    for (const auto& c : cases) {
-        const result expected = {order_of("f main"), c.message};
-        EXPECT_EQ(order_file(csv("main,f,1\n" + c.row + "\nx,y,1\n")), expected) << c.row;
+    for (const auto& [message, bad_rows] : cases) {
+        for (const std::string& row : bad_rows) {
+            EXPECT_EQ(order_file(csv("main,f,1\n" + row + "\nx,y,1\n")), (result{order_of("f main"), message})) << row;
+        }
     }
 }
 
@@ -157,29 +146,22 @@ TEST(Tool, NamesTheOrderFile) {
 TEST(Tool, ReportsUnusableCommandLines) {
     const scratch_folder folder;
     folder.write("a.csv", csv("main,f,1\n"));
-    const std::string missing = "' is missing its parameter ";
-    const struct {
-        const char* command;
-        int status;
-        const char* err;
-    } cases[] = {
-        {"ordwell -o o", 1, "fatal error: No input weighted call graph CSV data file(s) specified\n"},
-        {"ordwell -", 1, "fatal error: No input weighted call graph CSV data file(s) specified\n"},
-        {"ordwell a.csv -o no/o", 1, "fatal error: Error opening output file\n"},
-        {"ordwell a.csv -o", 1, "error: option -o is missing its parameter 'filename'\n"},
-        {"ordwell a.csv -o ''", 1, "error: option -o is missing its parameter 'filename'\n"},
-        {"ordwell a.csv -o= o", 1, "error: option -o is missing its parameter 'filename'\n"},
-        {"ordwell a.csv --preferred_order_file", 1,
-         "error: option --preferred_order_file is missing its parameter 'filename'\n"},
-        {"ordwell a.csv --diag_wrap=", 1, "error: option --diag_wrap is missing its parameter 'on,off'\n"},
-        {"ordwell a.csv --diag_wrap=maybe", 1,
-         "error: bad argument to option --diag_wrap: should be one of {on,off}\n"},
+    const std::pair<const char*, const char*> cases[] = {
+        {"-o o", "fatal error: No input weighted call graph CSV data file(s) specified\n"},
+        {"-", "fatal error: No input weighted call graph CSV data file(s) specified\n"},
+        {"a.csv -o no/o", "fatal error: Error opening output file\n"},
+        {"a.csv -o", "error: option -o is missing its parameter 'filename'\n"},
+        {"a.csv -o ''", "error: option -o is missing its parameter 'filename'\n"},
+        {"a.csv -o= o", "error: option -o is missing its parameter 'filename'\n"},
+        {"--preferred_order_file", "error: option --preferred_order_file is missing its parameter 'filename'\n"},
+        {"a.csv --diag_wrap=", "error: option --diag_wrap is missing its parameter 'on,off'\n"},
+        {"--diag_wrap=maybe", "error: bad argument to option --diag_wrap: should be one of {on,off}\n"},
     };
-    for (const auto& c : cases) {
-        const outcome ran = folder.run(c.command);
-        EXPECT_EQ(ran.status, c.status) << c.command;
-        EXPECT_EQ(ran.err, c.err) << c.command;
-        EXPECT_FALSE(folder.has("o") || folder.has("forder.cmd")) << c.command;
+    for (const auto& [arguments, message] : cases) {
+        const outcome ran = folder.run("ordwell "s + arguments);
+        EXPECT_EQ(ran.status, 1) << arguments;
+        EXPECT_EQ(ran.err, message) << arguments;
+        EXPECT_FALSE(folder.has("o") || folder.has("forder.cmd")) << arguments;
     }
 }
 
