@@ -5,8 +5,8 @@
 //
 // 1. The heaviest edge: ORDWELL/fast_merge_queue.h.
 //
-// 2. The best join of the two chains: ORDWELL/fast_merge_chains.h. It needs the sums, over the calls between the two, of
-//    weight x coordinate of the one name and of the other. An edge carries them beside its weight.
+// 2. The best join of the two chains: ORDWELL/fast_merge_chains.h. It needs the sums, over the calls between the two,
+//    of weight x coordinate of the one name and of the other. An edge carries them beside its weight.
 //
 // 3. The folding. Only the smaller side's edges are rewritten, whichever side survives: a group of merged functions
 //    keeps the storage and the coordinates of its larger part, and the index by which it survives is a label.
@@ -20,21 +20,22 @@
 //    and an edge can *follow* its first end, a group g: then its place is (the later of g's last move and its sequence
 //    number, sequence number). When g moves to the back, one stamp in g moves all its followers, in their order.
 //
-//    The edges of g that do not follow it, its *strays*, are made followers then, each with a sequence number that puts
-//    it where it stands among them. A stray that moved later than g did gets the time of that move: followers that came
-//    to g since have later or earlier ones, and no two edges of g have the same, as there is one edge between two groups.
-//    A stray older than g's last move stands before all followers, so it gets a number below all of theirs.
+//    The edges of g that do not follow it, its *strays*, are made followers then, each with a sequence number that
+//    puts it where it stands among them. A stray that moved later than g did gets the time of that move: followers
+//    that came to g since have later or earlier ones, and no two edges of g have the same, as there is one edge
+//    between two groups. A stray older than g's last move stands before all followers, so it gets a number below all
+//    of theirs.
 //
 //    An edge becomes a stray of g again only when its other end moves to the back, or when it comes with a smaller side
 //    that survives. A group that has moved keeps a list of its strays; before that, every edge is looked at.
 //
-// Example, edges numbered (a,hub) 0, (b,hub) 1, (c,hub) 2 of equal weight: edge 0 is chosen, a survives, hub is larger. The
-// edges 1 and 2 were strays of hub, since b and c are their first ends; they get the sequence numbers 1 and 2 and follow
-// hub, whose last move is 3. Their places are now (3, 1) and (3, 2): at the back, in order.
+// Example, edges numbered (a,hub) 0, (b,hub) 1, (c,hub) 2 of equal weight: edge 0 is chosen, a survives, hub is
+// larger. The edges 1 and 2 were strays of hub, since b and c are their first ends; they get the sequence numbers 1
+// and 2 and follow hub, whose last move is 3. Their places are now (3, 1) and (3, 2): at the back, in order.
 //
-// Cost: a rewritten edge's side at least doubles, so O(edges x log functions) edges are rewritten; on call graphs of real
-// shape it is less than twice the edges. Most of the time goes into cache misses, so a fold finds all it needs of
-// an edge in one record, and the records of a side are prefetched before they are used.
+// Cost: a rewritten edge's side at least doubles, so O(edges x log functions) edges are rewritten; on call graphs of
+// real shape it is less than twice the edges. Most of the time goes into cache misses, so a fold finds all it needs
+// of an edge in one record, and the records of a side are prefetched before they are used.
 #include "ORDWELL/fast_merge.h"
 
 #include "ORDWELL/fast_merge_chains.h"
@@ -162,8 +163,8 @@ function_layout merger::run() {
     return write_layout();
 }
 
-// Each merge follows pointers through memory that is not cached. What the next ones will most probably follow is known: it
-// is fetched in stages, one step of the pointer chase in each merge that passes.
+// Each merge follows pointers through memory that is not cached. What the next ones will most probably follow is
+// known: it is fetched in stages, one step of the pointer chase in each merge that passes.
 void merger::prefetch_upcoming() const {
     if (const std::uint32_t number = queue_.upcoming(8); number != no_index) {
         __builtin_prefetch(&edges_[number]);
@@ -373,8 +374,8 @@ void merger::fold(edge& gone, std::uint32_t into, std::uint32_t kept, std::uint3
     queue_.add(present(into));
 }
 
-// Expresses the sum of an edge at its end `from` in the coordinates of the group `kept`, with which `from` now shares its
-// chain, and makes that its end.
+// Expresses the sum of an edge at its end `from` in the coordinates of the group `kept`, with which `from` now shares
+// its chain, and makes that its end.
 void merger::rewrite_end(edge& e, std::uint32_t from, std::uint32_t kept) const {
     const chain& old_chain = groups_[from].names;
     const chain& new_chain = groups_[kept].names;

@@ -1,12 +1,12 @@
 // The queue of fast merging: the heaviest edge next, the first in creation order among equals.
 //
-// Edges lie in buckets by weight, unsorted; a bucket is sorted when its turn comes. What changes while its bucket is being
-// worked off, or becomes heavier than that, goes to a heap, which stays small. (One heap for all changed edges took half of
-// the merging time at a million functions: every pop walked some twenty levels that missed the caches.)
+// Edges lie in buckets by weight, unsorted; a bucket is sorted when its turn comes. What changes while its bucket is
+// being worked off, or becomes heavier than that, goes to a heap, which stays small. (One heap for all changed edges
+// took half of the merging time at a million functions: every pop walked some twenty levels that missed the caches.)
 //
-// The queue is lazy about changes. A place can only move back, so an edge whose place moved since it was queued is too
-// optimistic: it is queued again with its present place when it surfaces. An edge that became heavier must be added again;
-// its old entry is passed over because the weight does not fit.
+// The queue is lazy about changes. A place can only move back, so an edge whose place moved since it was queued is
+// too optimistic: it is queued again with its present place when it surfaces. An edge that became heavier must be
+// added again; its old entry is passed over because the weight does not fit.
 #pragma once
 
 #include "ORDWELL/call_profile.h"

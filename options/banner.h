@@ -10,9 +10,9 @@ void print_tool_banner(FILE* stream);
 ///
 ///     1[KMX-EMB-YARAY-YAR-ZI
 ///
-/// The five characters of the date and hour are: the digit 1, the year as the character of code year - 1935, the month
-/// A to L, the day 1 to 9 or A to V, the hour A to X (here 2026-11-22, 23h). Then follow the build tag, two version texts and the source
-/// branch, each through a substitution that leaves only letters, digits and a few signs.
+/// The five characters of the date and hour are: the digit 1, the year as the character of code year - 1935, the
+/// month A to L, the day 1 to 9 or A to V, the hour A to X (here 2026-11-22, 23h). Then follow the build tag, two
+/// version texts and the source branch, each through a substitution that leaves only letters, digits and a few signs.
 void buildid(FILE* stream, const char* label);
 
 // The pieces of the build number.
