@@ -28,6 +28,7 @@ TEST(Faults, UnusualInput) {
         {"head -c -3 a.csv >a; ordwell a -oo", cut_off, order_of("f main")},
         {"mkfifo p; (cat a.csv; sleep 0.1; printf 'x,'; printf 'y,3\\n') >p & ordwell p -oo", "",
          both + order_of("y x")},
+        {"rm -f a; mkfifo a; (head -c -3 a.csv >a; sleep 0.1) & ordwell a -oo; rm a", cut_off, order_of("f main")},
         {"ordwell a.csv -oo 2>&-", "", both},
         {"ordwell a.csv -oo >&-", "", both},
         {"ordwell a.csv -oo </dev/full", "", both},
