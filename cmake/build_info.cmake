@@ -3,6 +3,8 @@
 # repository; without them they are fixed, so that the same sources always give the same line.
 #
 #   cmake -D SOURCE=... -D OUTPUT=... -P build_info.cmake
+cmake_minimum_required(VERSION 3.25)
+
 set(epoch "$ENV{SOURCE_DATE_EPOCH}")
 set(branch "")
 find_program(GIT git)
