@@ -213,23 +213,12 @@ TEST_F(MergeOptions, FollowsEachPolicy) {
 }
 
 TEST_F(MergeOptions, TakesExtremesOfNumbers) {
-    const auto merged_number = [](option_obj::merge_policy policy, const char* here, const char* there) {
-        open_options::merge_policy_functions = {};
-        open_options::merge_policy_functions[order_file] = policy;
-        open_options::parm_type[order_file] = option_obj::parm_number;
-        open_options mine;
-        open_options others;
-        mine.setopt(order_file, here);
-        others.setopt(order_file, there);
-        mine.merge_options(others);
-        const long result = mine.getnumarg(order_file, 0);
-        open_options::parm_type[order_file] = option_obj::parm_string_list;
-        return result;
-    };
-    EXPECT_EQ(merged_number(&option_obj::merge_policy_min, "3", "2"), 2);
-    EXPECT_EQ(merged_number(&option_obj::merge_policy_min, "2", "3"), 2);
-    EXPECT_EQ(merged_number(&option_obj::merge_policy_max, "3", "2"), 3);
-    EXPECT_EQ(merged_number(&option_obj::merge_policy_max, "2", "3"), 3);
+    open_options::parm_type[order_file] = option_obj::parm_number;
+    EXPECT_EQ(print_merged(&option_obj::merge_policy_min, "-o3", "-o2"), "--preferred_order_file=2");
+    EXPECT_EQ(print_merged(&option_obj::merge_policy_min, "-o2", "-o3"), "--preferred_order_file=2");
+    EXPECT_EQ(print_merged(&option_obj::merge_policy_max, "-o3", "-o2"), "--preferred_order_file=3");
+    EXPECT_EQ(print_merged(&option_obj::merge_policy_max, "-o2", "-o3"), "--preferred_order_file=3");
+    open_options::parm_type[order_file] = option_obj::parm_string_list;
     EXPECT_DEATH(print_merged(&option_obj::merge_policy_max, "-oa", "-ob"), "types can be compared");
 }
 
