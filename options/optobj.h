@@ -57,11 +57,12 @@ public:
         parm_oneof_list = 7,
     };
 
-    /// Where a value may stand and how it is checked: see value_place() and the parsers.
+    /// Where a value may stand and how it is checked, 0 to 17; only those that are used here have names.
+    ///     glued, after "=" or the next argument    0 1 5 8 number     2 unsigned    3 4 text      6 7 choice
+    ///     glued only, perhaps after "="            9 10 14 17 number  11 unsigned   12 13 text    15 16 choice
     enum parse_option_type : int {
         parse_unsigned = 2,
         parse_text = 3,
-        parse_oneof_type = 6,
         parse_glued_unsigned = 11,
         parse_glued_oneof = 15,
     };

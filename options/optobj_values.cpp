@@ -16,20 +16,7 @@ namespace {
 
 // Where the values of a parse type may stand.
 bool is_glued_only(int type) {
-    switch (type) {
-    case 9:
-    case 10:
-    case 11:
-    case 12:
-    case 13:
-    case 14:
-    case 15:
-    case 16:
-    case 17:
-        return true;
-    default:
-        return false;
-    }
+    return type >= 9 && type <= 17;
 }
 
 // How they are checked.
