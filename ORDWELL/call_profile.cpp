@@ -50,10 +50,14 @@ call_profile::call_profile(const call_profile& other)
       has_weightless_edge_(other.has_weightless_edge_) {
     names_.reserve(other.names_.size());
     for (const std::string_view name : other.names_) {
-        char* const bytes = static_cast<char*>(name_bytes_.allocate(name.size(), 1));
-        std::copy(name.begin(), name.end(), bytes);
-        names_.emplace_back(bytes, name.size());
+        append_name(name);
     }
+}
+
+void call_profile::append_name(std::string_view name) {
+    char* const bytes = static_cast<char*>(name_bytes_.allocate(name.size(), 1));
+    std::copy(name.begin(), name.end(), bytes);
+    names_.emplace_back(bytes, name.size());
 }
 
 std::uint32_t call_profile::find(std::string_view name) const {
@@ -74,10 +78,8 @@ std::uint32_t call_profile::find_or_add_hashed(std::string_view name, std::uint3
         return found;
     }
     internal_assert(names_.size() < no_index, "ORDWELL/call_profile", "find_or_add", "function count < 4294967295");
-    char* const bytes = static_cast<char*>(name_bytes_.allocate(name.size(), 1));
-    std::copy(name.begin(), name.end(), bytes);
     const std::uint32_t added = function_count();
-    names_.emplace_back(bytes, name.size());
+    append_name(name);
     name_index_.insert(hash, added);
     return added;
 }

@@ -158,6 +158,7 @@ public:
     bool has_weightless_edge() const { return has_weightless_edge_; }
 
 private:
+    void append_name(std::string_view name);
     std::uint32_t find_hashed(std::string_view name, std::uint32_t hash) const;
     std::uint32_t find_or_add_hashed(std::string_view name, std::uint32_t hash);
     void add_edge_hashed(std::uint32_t caller, std::uint32_t callee, std::uint32_t weight, std::uint32_t hash);
