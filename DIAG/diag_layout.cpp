@@ -13,19 +13,11 @@
 #include "DIAG/diag.h"
 #include "support/assertion.h"
 #include "support/memory.h"
+#include "support/strcase.h"
 
 #include <cstdlib>
 #include <cstring>
 #include <vector>
-
-namespace {
-
-// The space class of the C locale, whatever the locale is.
-bool is_space(char c) {
-    return c == ' ' || (c >= '\t' && c <= '\r');
-}
-
-} // namespace
 
 FILE* DIAGNOSTIC::fp() const {
     if (fp_m != nullptr) {

@@ -20,25 +20,12 @@ void emit(std::uint32_t line, DIAG_SRCINFO* position, char* text) {
 
 } // namespace
 
-// The body of an operation: formats its variable arguments and reports them.
-#define REPORT_ARGUMENTS(message_class, line, position)                                                                \
+// Formats the variable arguments of an operation into the new text `text`.
+#define FORMAT_ARGUMENTS(text)                                                                                         \
     std::va_list arguments;                                                                                            \
     va_start(arguments, format);                                                                                       \
     char* const text = make_msg_str(format, arguments);                                                                \
-    va_end(arguments);                                                                                                 \
-    emit<message_class>(line, position, text)
-
-// The same for a warning, or for the error that it is while warnings are errors.
-#define REPORT_WARNING(warning_line, error_line, position)                                                             \
-    std::va_list arguments;                                                                                            \
-    va_start(arguments, format);                                                                                       \
-    char* const text = make_msg_str(format, arguments);                                                                \
-    va_end(arguments);                                                                                                 \
-    if (warnings_as_errors) {                                                                                          \
-        emit<DIAG::gerror>(error_line, position, text);                                                                \
-    } else {                                                                                                           \
-        emit<DIAG::gwarning>(warning_line, position, text);                                                            \
-    }
+    va_end(arguments)
 
 USER_MSG* USER_MSG::get_umsg_obj() {
     static USER_MSG* const object = new USER_MSG;
@@ -46,54 +33,70 @@ USER_MSG* USER_MSG::get_umsg_obj() {
 }
 
 void USER_MSG::debug(const char* format, ...) {
-    REPORT_ARGUMENTS(DIAG::gdebug, 50, nullptr);
+    FORMAT_ARGUMENTS(text);
+    emit<DIAG::gdebug>(50, nullptr, text);
 }
 
 void USER_MSG::remark(const char* format, ...) {
-    REPORT_ARGUMENTS(DIAG::gremark, 63, nullptr);
+    FORMAT_ARGUMENTS(text);
+    emit<DIAG::gremark>(63, nullptr, text);
 }
 
 void USER_MSG::advice(const char* format, ...) {
-    REPORT_ARGUMENTS(DIAG::gadvice, 75, nullptr);
+    FORMAT_ARGUMENTS(text);
+    emit<DIAG::gadvice>(75, nullptr, text);
 }
 
 void USER_MSG::advice(DIAG_SRCINFO* position, const char* format, ...) {
-    REPORT_ARGUMENTS(DIAG::gadvice, 88, position);
+    FORMAT_ARGUMENTS(text);
+    emit<DIAG::gadvice>(88, position, text);
 }
 
 void USER_MSG::warning(unsigned int, const char* format, ...) {
-    REPORT_WARNING(118, 152, nullptr);
+    FORMAT_ARGUMENTS(text);
+    if (warnings_as_errors) {
+        emit<DIAG::gerror>(152, nullptr, text);
+    } else {
+        emit<DIAG::gwarning>(118, nullptr, text);
+    }
 }
 
 void USER_MSG::warning(DIAG_SRCINFO* position, unsigned int, const char* format, ...) {
-    REPORT_WARNING(140, 164, position);
+    FORMAT_ARGUMENTS(text);
+    if (warnings_as_errors) {
+        emit<DIAG::gerror>(164, position, text);
+    } else {
+        emit<DIAG::gwarning>(140, position, text);
+    }
 }
 
 void USER_MSG::error(const char* format, ...) {
-    REPORT_ARGUMENTS(DIAG::gerror, 152, nullptr);
+    FORMAT_ARGUMENTS(text);
+    emit<DIAG::gerror>(152, nullptr, text);
 }
 
 void USER_MSG::error(DIAG_SRCINFO* position, const char* format, ...) {
-    REPORT_ARGUMENTS(DIAG::gerror, 164, position);
+    FORMAT_ARGUMENTS(text);
+    emit<DIAG::gerror>(164, position, text);
 }
 
 void USER_MSG::apperror(const char* format, ...) {
-    REPORT_ARGUMENTS(DIAG::gapperror, 179, nullptr);
+    FORMAT_ARGUMENTS(text);
+    emit<DIAG::gapperror>(179, nullptr, text);
 }
 
 void USER_MSG::fatal(const char* format, ...) {
-    REPORT_ARGUMENTS(DIAG::gfatal, 191, nullptr);
+    FORMAT_ARGUMENTS(text);
+    emit<DIAG::gfatal>(191, nullptr, text);
 }
 
 void USER_MSG::fatal(DIAG_SRCINFO* position, const char* format, ...) {
-    REPORT_ARGUMENTS(DIAG::gfatal, 203, position);
+    FORMAT_ARGUMENTS(text);
+    emit<DIAG::gfatal>(203, position, text);
 }
 
 void USER_MSG::die(const char* name, const char* format, ...) {
-    std::va_list arguments;
-    va_start(arguments, format);
-    char* const message = make_msg_str(format, arguments);
-    va_end(arguments);
+    FORMAT_ARGUMENTS(message);
     const std::string text = std::string(name) + ": " + message; // the name is no format: it may hold a "%"
     std::free(message);
     emit<DIAG::gdie>(217, nullptr, safestrdup(text.c_str()));

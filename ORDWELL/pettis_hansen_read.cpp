@@ -14,6 +14,7 @@
 #include "DIAG/diag_messages.h"
 #include "ORDWELL/pettis_hansen.h"
 #include "support/debug_switch.h"
+#include "support/strcase.h"
 
 #include <cerrno>
 #include <charconv>
@@ -26,10 +27,6 @@ namespace {
 const register_option debug_wcg("debug:wcg");
 
 constexpr const char* graph_file = "ORDWELL/pettis_hansen";
-
-bool is_space(char c) {
-    return c == ' ' || (c >= '\t' && c <= '\r');
-}
 
 /// An input file as a sequence of blocks of whole lines.
 class line_blocks {

@@ -132,7 +132,6 @@ void option_obj::setarg(option_id id, const char* text) {
     if (seen[i] == 0) {
         setopt(id);
     }
-    argument_values& values = args[i];
     long number = 0;
     switch (parm_type[i]) {
     case parm_none:
@@ -159,20 +158,7 @@ void option_obj::setarg(option_id id, const char* text) {
         DIAG::raise<DIAG::optgen_unhandled_clause_in_setarg>("optobj", 1195, 1195UL);
         return;
     }
-    if (!is_list(parm_type[i])) {
-        values.texts.clear();
-        values.numbers.clear();
-    }
-    if (holds_text(parm_type[i])) {
-        values.texts.emplace_back(text);
-    } else {
-        values.numbers.push_back(number);
-    }
-    if (trace) {
-        std::printf("%s: Set    option id %s arg to value '%s' (%d args)", trace_tag, enumerator_name(id), text,
-                    static_cast<int>(getargcount(id)) - 1);
-        trace_argument(id);
-    }
+    store_argument(id, text, number);
 }
 
 void option_obj::setarg(option_id id, long value) {
@@ -187,21 +173,26 @@ void option_obj::setarg(option_id id, long value) {
         DIAG::raise<DIAG::optgen_unhandled_clause_in_setarg>("optobj", 1327, 1327UL);
         return;
     }
-    if (parm_type[i] == parm_none) {
-        return;
+    if (parm_type[i] != parm_none) {
+        store_argument(id, std::to_string(value), value);
     }
+}
+
+// Stores an argument as the text or the number that the option's type holds: a list grows, a single value is replaced.
+void option_obj::store_argument(option_id id, const std::string& text, long number) {
+    const auto i = static_cast<std::size_t>(id);
     argument_values& values = args[i];
     if (!is_list(parm_type[i])) {
         values.texts.clear();
         values.numbers.clear();
     }
     if (holds_text(parm_type[i])) {
-        values.texts.push_back(std::to_string(value));
+        values.texts.push_back(text);
     } else {
-        values.numbers.push_back(value);
+        values.numbers.push_back(number);
     }
     if (trace) {
-        std::printf("%s: Set    option id %s arg to value '%ld' (%d args)", trace_tag, enumerator_name(id), value,
+        std::printf("%s: Set    option id %s arg to value '%s' (%d args)", trace_tag, enumerator_name(id), text.c_str(),
                     static_cast<int>(getargcount(id)) - 1);
         trace_argument(id);
     }

@@ -309,6 +309,7 @@ protected:
     static bool is_member(option_id id, class_id members);
 
     void count_setting(option_id id);
+    void store_argument(option_id id, const std::string& text, long number);
     void trace_argument(option_id id) const;
     const char* enumerator_name(option_id id) const { return rot13(enum_to_enumtxt[static_cast<std::size_t>(id)]); }
     [[noreturn]] void report_missing_parameter(option_id id, const char* param_name, unsigned int source_line) const;
