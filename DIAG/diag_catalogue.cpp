@@ -29,10 +29,10 @@ bool DIAG_INFO::is_discretionary() const {
 }
 
 DIAG_INFO* DIAGNOSTIC::get_info(int code) {
-    static const std::map<int, DIAG_INFO*> rows = [] {
-        std::map<int, DIAG_INFO*> by_code;
+    static const std::map<int, DIAG_INFO*>& rows = *[] { // never destroyed, for exit handlers
+        auto* const by_code = new std::map<int, DIAG_INFO*>;
         for (DIAG_INFO* row = DIAG_INFO_ENTRY; row->code != 0; ++row) {
-            by_code[row->code] = row;
+            (*by_code)[row->code] = row;
         }
         return by_code;
     }();

@@ -68,7 +68,7 @@ int DIAGNOSTIC::print(const char* format, ...) {
 }
 
 int DIAGNOSTIC::vprint(const char* format, std::va_list arguments) {
-    static std::vector<char> buffer; // shared by all records; only grows
+    static auto& buffer = *new std::vector<char>; // shared by all records; only grows; never destroyed
 
     if (suppress()) {
         return 0;

@@ -140,10 +140,10 @@ private:
         if (!info->internal) {
             return info->std_msg;
         }
-        static const std::string bare = [] {
+        static const std::string& bare = *[] { // never destroyed, for exit handlers
             std::string list;
             ((list += (list.empty() ? "" : ", "), list += conversion(Arguments())), ...);
-            return "(" + list + ")";
+            return new std::string("(" + list + ")");
         }();
         return bare.c_str();
     }

@@ -12,7 +12,8 @@ namespace {
 constexpr std::size_t batch_rows = 64; // rows whose memory accesses overlap
 
 std::uint32_t hash_of_name(std::string_view name) {
-    return static_cast<std::uint32_t>(std::hash<std::string_view>()(name) >> 32U);
+    const std::uint64_t hash = std::hash<std::string_view>()(name); // of 32 bits on some machines
+    return static_cast<std::uint32_t>(hash ^ hash >> 32U);
 }
 
 } // namespace

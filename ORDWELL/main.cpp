@@ -11,11 +11,10 @@
 #include "support/memory.h"
 
 #include <cstdlib>
-#include <fcntl.h>
 #include <fstream>
 #include <map>
-#include <new>
 #include <string>
+#include <sys/epoll.h>
 #include <unistd.h>
 
 PETTIS_HANSEN_GRAPH phgraph;           ///< the working graph: read, then merged
@@ -35,12 +34,13 @@ const char* next_arg() {
     return arg_index < saved_argc ? saved_argv[arg_index++] : nullptr;
 }
 
-/// Opens /dev/null for every standard stream that the caller closed, so that no file of ours takes its place and gets
-/// messages that were meant for it.
-void keep_standard_streams_open() {
+/// Takes the descriptor of every standard stream that the caller closed, so that no file of ours gets messages that were
+/// meant for the stream. What takes it can be neither read, written nor opened again as /dev/stdin or /dev/stdout, so
+/// that naming a closed stream as a file still fails.
+void occupy_closed_streams() {
     int file = 0;
     do {
-        file = open("/dev/null", O_RDWR);
+        file = epoll_create1(0);
     } while (file >= 0 && file <= STDERR_FILENO);
     if (file >= 0) {
         close(file);
@@ -65,8 +65,7 @@ void write_graph() {
 } // namespace
 
 int main(int argc, char** argv) {
-    keep_standard_streams_open();
-    std::set_new_handler(out_of_memory);
+    occupy_closed_streams();
     saved_argc = argc;
     saved_argv = argv;
 

@@ -2,33 +2,13 @@
 #include "ORDWELL/pettis_hansen.h"
 
 #include "DIAG/diag_messages.h"
+#include "support/debug_switch.h"
 
 #include <algorithm>
 
 namespace {
 
-/// Builds the adjacency list of a graph that is as read or laid out.
-std::unique_ptr<PETTIS_HANSEN_GRAPH::adjacency> build_adjacency(const call_profile& profile,
-                                                                const std::optional<function_layout>& layout) {
-    auto graph = std::make_unique<PETTIS_HANSEN_GRAPH::adjacency>();
-    if (layout.has_value()) {
-        std::uint32_t next = 0;
-        for (const std::uint32_t end : layout->chain_ends) {
-            PHNODE& chain = (*graph)[add_vertex(*graph)];
-            for (; next < end; ++next) {
-                chain.add_node(std::string(profile.name(layout->functions[next])));
-            }
-        }
-        return graph;
-    }
-    for (std::uint32_t function = 0; function < profile.function_count(); ++function) {
-        add_vertex(PHNODE(std::string(profile.name(function))), *graph);
-    }
-    for (const call_edge& edge : profile.edges()) {
-        add_edge(edge.first, edge.second, {edge.weight}, *graph);
-    }
-    return graph;
-}
+const register_option debug_wcg_node("debug:wcg_node");
 
 } // namespace
 
@@ -36,11 +16,15 @@ PETTIS_HANSEN_GRAPH::PETTIS_HANSEN_GRAPH() : profile_(std::make_shared<call_prof
 
 PETTIS_HANSEN_GRAPH::PETTIS_HANSEN_GRAPH(const PETTIS_HANSEN_GRAPH& other)
     : profile_(other.profile_), layout_(other.layout_) {
-    if (other.adjacency_ == nullptr) {
+    if (other.adjacency_ == nullptr && !debug_wcg_node) {
         return;
     }
-    const adjacency& source = *other.adjacency_;
+    // Chain by chain, because every filling of a chain is a join that may be traced.
+    const std::unique_ptr<adjacency> built = other.adjacency_ == nullptr ? other.build_adjacency() : nullptr;
+    const adjacency& source = built == nullptr ? *other.adjacency_ : *built;
     adjacency_ = std::make_unique<adjacency>();
+    profile_.reset();
+    layout_.reset();
     for (const auto vertex : boost::make_iterator_range(vertices(source))) {
         add_node(source[vertex]);
     }
@@ -52,13 +36,41 @@ PETTIS_HANSEN_GRAPH::PETTIS_HANSEN_GRAPH(const PETTIS_HANSEN_GRAPH& other)
 
 PETTIS_HANSEN_GRAPH::~PETTIS_HANSEN_GRAPH() = default;
 
-PETTIS_HANSEN_GRAPH::adjacency& PETTIS_HANSEN_GRAPH::graph() {
+// The adjacency list of a graph that is as read or laid out.
+std::unique_ptr<PETTIS_HANSEN_GRAPH::adjacency> PETTIS_HANSEN_GRAPH::build_adjacency() const {
+    auto built = std::make_unique<adjacency>();
+    if (layout_.has_value()) {
+        std::uint32_t next = 0;
+        for (const std::uint32_t end : layout_->chain_ends) {
+            PHNODE& chain = (*built)[add_vertex(*built)];
+            for (; next < end; ++next) {
+                chain.add_node(std::string(profile_->name(layout_->functions[next])));
+            }
+        }
+        return built;
+    }
+    for (std::uint32_t function = 0; function < profile_->function_count(); ++function) {
+        add_vertex(PHNODE(std::string(profile_->name(function))), *built);
+    }
+    for (const call_edge& edge : profile_->edges()) {
+        boost::add_edge(edge.first, edge.second, {edge.weight}, *built);
+    }
+    return built;
+}
+
+// Brings the graph into the form stepwise.
+PETTIS_HANSEN_GRAPH::adjacency& PETTIS_HANSEN_GRAPH::stepwise() {
     if (adjacency_ == nullptr) {
-        adjacency_ = build_adjacency(*profile_, layout_);
+        adjacency_ = build_adjacency();
         profile_.reset();
         layout_.reset();
     }
     return *adjacency_;
+}
+
+PETTIS_HANSEN_GRAPH::adjacency& PETTIS_HANSEN_GRAPH::graph() {
+    is_handed_out_ = true;
+    return stepwise();
 }
 
 // The profile of a graph as read, unshared, so that changing it changes no copy of this graph.
@@ -74,11 +86,20 @@ std::uint32_t PETTIS_HANSEN_GRAPH::name_to_vertex(std::string_view name) {
     if (is_as_read()) {
         return profile_->find(name);
     }
-    adjacency& vertices_by_index = graph();
+    const adjacency& g = stepwise();
+    if (is_handed_out_) {
+        for (std::uint32_t vertex = 0; vertex < num_vertices(g); ++vertex) {
+            const std::list<std::string>& chain = g[vertex].get_list();
+            if (std::find(chain.begin(), chain.end(), name) != chain.end()) {
+                return vertex;
+            }
+        }
+        return no_index;
+    }
     if (is_index_stale_) {
         name_index_.clear();
-        for (std::uint32_t vertex = 0; vertex < num_vertices(vertices_by_index); ++vertex) {
-            for (const std::string& held : vertices_by_index[vertex].get_list()) {
+        for (std::uint32_t vertex = 0; vertex < num_vertices(g); ++vertex) {
+            for (const std::string& held : g[vertex].get_list()) {
                 name_index_.emplace(held, vertex);
             }
         }
@@ -100,19 +121,25 @@ bool PETTIS_HANSEN_GRAPH::add_node(std::string name) {
     if (is_as_read()) {
         own_profile().find_or_add(name);
     } else {
-        add_node(PHNODE(std::move(name)));
+        append_vertex(PHNODE(std::move(name)));
     }
     return true;
 }
 
 unsigned int PETTIS_HANSEN_GRAPH::add_node(const PHNODE& chain) {
-    const auto vertex = static_cast<unsigned int>(add_vertex(graph()));
-    (*adjacency_)[vertex].add_node(chain, PH_AFT, PH_FWD);
+    PHNODE filled;
+    filled.add_node(chain, PH_AFT, PH_FWD); // complete before the graph grows: the chain may be one of its own
+    return append_vertex(std::move(filled));
+}
+
+unsigned int PETTIS_HANSEN_GRAPH::append_vertex(PHNODE chain) {
+    const auto vertex = static_cast<unsigned int>(num_vertices(stepwise()));
     if (!is_index_stale_) {
         for (const std::string& name : chain.get_list()) {
             name_index_.emplace(name, vertex);
         }
     }
+    add_vertex(std::move(chain), *adjacency_);
     return vertex;
 }
 
@@ -140,7 +167,7 @@ bool PETTIS_HANSEN_GRAPH::add_edge(std::string caller, std::string callee, unsig
 
 PETTIS_HANSEN_GRAPH::added_edge PETTIS_HANSEN_GRAPH::add_edge_with_weight(unsigned long u, unsigned long v,
                                                                           unsigned long weight) {
-    adjacency& g = graph();
+    adjacency& g = stepwise();
     added_edge result = {static_cast<unsigned int>(u), static_cast<unsigned int>(v), std::nullopt, false, false};
     if (u == v) {
         return result;

@@ -93,7 +93,8 @@ public:
     added_edge add_edge_with_weight(unsigned long u, unsigned long v, unsigned long weight);
     /// The sum of two weights; 4294967295 when it would be more, or when either is that.
     static unsigned long saturated_add_edge_weights(unsigned long a, unsigned long b);
-    /// The graph as an adjacency list, built on first use. May be changed through the operations of this class only.
+    /// The graph as an adjacency list, built on first use. It may be changed at will; from then on every look-up by name
+    /// walks it, since an index could not notice the changes.
     adjacency& graph();
 
     // Reading (ORDWELL/pettis_hansen_read.cpp).
@@ -107,7 +108,8 @@ public:
     // Merging (ORDWELL/pettis_hansen_merge.cpp).
 
     /// Merges until no edge is left, and sets `merged`. `orig` is the copy of this graph as read. Fast (see
-    /// ORDWELL/fast_merge.h) where nothing is traced and both graphs are as read, else step by step.
+    /// ORDWELL/fast_merge.h) where nothing is traced and both graphs are as read, else step by step. Without a copy, as
+    /// with the graph itself for `orig`, joins are judged by the calls that are left.
     void merge_nodes(PETTIS_HANSEN_GRAPH& orig);
     /// Merges step by step, whatever the graph's form: the reference that fast merging is tested against.
     void merge_nodes_stepwise(PETTIS_HANSEN_GRAPH& orig);
@@ -144,6 +146,9 @@ public:
 
 private:
     bool is_as_read() const { return adjacency_ == nullptr && !layout_.has_value(); }
+    std::unique_ptr<adjacency> build_adjacency() const;
+    adjacency& stepwise();
+    unsigned int append_vertex(PHNODE chain);
     call_profile& own_profile();
     std::uint32_t name_to_vertex(std::string_view name);
     void add_rows(const std::vector<call_row>& rows);
@@ -151,7 +156,9 @@ private:
     std::shared_ptr<call_profile> profile_; ///< the graph as read, or the names of layout_; null when stepwise
     std::optional<function_layout> layout_; ///< set in the form laid out
     std::unique_ptr<adjacency> adjacency_;  ///< set in the form stepwise
-    /// Stepwise: the first vertex whose chain holds a name; empty and to be rebuilt when is_index_stale_.
+    bool is_handed_out_ = false;            ///< whether graph() gave adjacency_ away, so that anyone may change it
+    /// Stepwise: the first vertex whose chain holds a name; to be rebuilt when is_index_stale_, unused when
+    /// is_handed_out_.
     boost::unordered_flat_map<std::string, std::uint32_t> name_index_;
     bool is_index_stale_ = true;
 };

@@ -1,18 +1,13 @@
 // Dumps of the graph for the developers of this tool, on standard output. A graph that is not stepwise is dumped
-// through a copy, so that looking at it does not change its form.
+// through an adjacency list of the moment, so that looking at it does not change its form.
 #include "ORDWELL/pettis_hansen.h"
 
 #include <cstdio>
 #include <cstdlib>
 
 void PETTIS_HANSEN_GRAPH::dump_graph() {
-    if (adjacency_ == nullptr) {
-        PETTIS_HANSEN_GRAPH copy(*this);
-        copy.graph();
-        copy.dump_graph();
-        return;
-    }
-    const adjacency& g = *adjacency_;
+    const std::unique_ptr<adjacency> built = adjacency_ == nullptr ? build_adjacency() : nullptr;
+    const adjacency& g = built == nullptr ? *adjacency_ : *built;
     const auto weights = get(boost::edge_weight, g);
     std::printf("START GRAPH=============================================\n");
     for (const auto vertex : boost::make_iterator_range(vertices(g))) {
@@ -35,7 +30,8 @@ void PETTIS_HANSEN_GRAPH::dump_graph() {
 }
 
 void PETTIS_HANSEN_GRAPH::dump_nodes() {
-    const adjacency& g = graph();
+    const std::unique_ptr<adjacency> built = adjacency_ == nullptr ? build_adjacency() : nullptr;
+    const adjacency& g = built == nullptr ? *adjacency_ : *built;
     for (const auto vertex : boost::make_iterator_range(vertices(g))) {
         g[vertex].dump_list(nullptr, nullptr);
         std::printf("\n");

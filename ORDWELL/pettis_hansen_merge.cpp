@@ -25,7 +25,7 @@ void PETTIS_HANSEN_GRAPH::merge_nodes(PETTIS_HANSEN_GRAPH& orig) {
     const bool is_traced = static_cast<bool>(debug_merge_wcg) || static_cast<bool>(debug_wcg_node);
     // Two graphs as read that share their profile are exact copies of each other. Edges of weight 0, which no input
     // file makes, end merging with a diagnostic that only the stepwise road raises.
-    if (is_traced || !is_as_read() || profile_ != orig.profile_ || !orig.is_as_read() ||
+    if (is_traced || this == &orig || !is_as_read() || profile_ != orig.profile_ || !orig.is_as_read() ||
         profile_->has_weightless_edge()) {
         merge_nodes_stepwise(orig);
         return;
@@ -38,7 +38,7 @@ void PETTIS_HANSEN_GRAPH::merge_nodes_stepwise(PETTIS_HANSEN_GRAPH& orig) {
     if (debug_merge_wcg) {
         dump_graph();
     }
-    while (num_edges(graph()) > 0) {
+    while (num_edges(stepwise()) > 0) {
         const highest_weight_edge heaviest = find_highest_weight_edge();
         if (!heaviest.found) {
             DIAG::raise<DIAG::owl_fatal_no_valid_max_weight_edge>("ORDWELL/pettis_hansen", 519);
@@ -56,7 +56,7 @@ void PETTIS_HANSEN_GRAPH::merge_nodes_stepwise(PETTIS_HANSEN_GRAPH& orig) {
 }
 
 PETTIS_HANSEN_GRAPH::highest_weight_edge PETTIS_HANSEN_GRAPH::find_highest_weight_edge() {
-    adjacency& g = graph();
+    adjacency& g = stepwise();
     const auto weights = get(boost::edge_weight, g);
     unsigned long best_weight = 0;
     highest_weight_edge best = {0, 0, false};
@@ -70,7 +70,7 @@ PETTIS_HANSEN_GRAPH::highest_weight_edge PETTIS_HANSEN_GRAPH::find_highest_weigh
 }
 
 void PETTIS_HANSEN_GRAPH::merge_node(unsigned int first_end, unsigned int second_end, PETTIS_HANSEN_GRAPH& orig) {
-    adjacency& g = graph();
+    adjacency& g = stepwise();
     PHNODE& chain1 = g[first_end];
     PHNODE& chain2 = g[second_end];
     if (debug_merge_wcg) {

@@ -34,7 +34,7 @@ std::pair<PH_push_fore_aft, PH_add_fwd_rev> PETTIS_HANSEN_GRAPH::merge_order_ora
         chain1->dump_list("      identify edges in orig graph between [", "]\n");
         chain2->dump_list("      and [", "]\n");
     }
-    adjacency& orig_graph = orig.graph();
+    adjacency& orig_graph = orig.stepwise();
 
     edge_records records;
     for (const std::string& a : chain1->get_list()) {
@@ -58,11 +58,14 @@ std::pair<PH_push_fore_aft, PH_add_fwd_rev> PETTIS_HANSEN_GRAPH::merge_order_ora
         }
     }
 
+    std::array<PHNODE, 4> joined;
+    joined.fill(*chain1);
+    for (std::size_t i = 0; i < candidates.size(); ++i) {
+        joined[i].add_node(*chain2, candidates[i].place, candidates[i].direction);
+    }
     std::array<unsigned int, 4> score;
     for (std::size_t i = 0; i < candidates.size(); ++i) {
-        PHNODE joined(*chain1);
-        joined.add_node(*chain2, candidates[i].place, candidates[i].direction);
-        score[i] = score_calc(joined, records, orig_graph);
+        score[i] = score_calc(joined[i], records, orig_graph);
     }
     std::size_t best = 0;
     for (std::size_t i = 1; i < candidates.size(); ++i) {

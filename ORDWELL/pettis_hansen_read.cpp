@@ -10,7 +10,8 @@
 //
 // The file is read in blocks of whole lines, so that a row is looked at where it was read and its names are copied
 // only when they are new. Rows go to the graph in batches (ORDWELL/call_profile.h says why). The input may be
-// anything that can be read, such as a pipe; a directory opens but yields no line.
+// anything that can be read, such as a pipe; a directory opens but yields no line. At a read error the lines before it
+// count, and the one that it cut off does not: its weight might have lost digits.
 #include "DIAG/diag_messages.h"
 #include "ORDWELL/pettis_hansen.h"
 #include "support/debug_switch.h"
@@ -44,8 +45,11 @@ public:
     bool is_open() const { return file_ >= 0; }
 
     /// The next lines with their line feeds, which only the last line of the file may lack; empty at the end of the
-    /// file or at a read error. Valid until the next call.
+    /// file, after which nothing more is read, or at a read error. Valid until the next call.
     std::string_view next() {
+        if (ended_) {
+            return {};
+        }
         // What is left of the last block is the start of a line: it moves to the front.
         std::memmove(buffer_.data(), buffer_.data() + taken_, filled_ - taken_);
         filled_ -= taken_;
@@ -59,8 +63,8 @@ public:
                 continue;
             }
             if (count <= 0) {
-                taken_ = filled_;
-                return {buffer_.data(), filled_};
+                ended_ = true;
+                return {buffer_.data(), count == 0 ? filled_ : 0};
             }
             const char* const added = buffer_.data() + filled_;
             filled_ += static_cast<std::size_t>(count);
@@ -79,6 +83,7 @@ private:
     std::vector<char> buffer_;
     std::size_t filled_ = 0; ///< bytes in the buffer
     std::size_t taken_ = 0;  ///< how many of them were handed out
+    bool ended_ = false;     ///< whether the end of the file or an error was met
 };
 
 /// Takes the first line, without its line feed, off the front of `block`.

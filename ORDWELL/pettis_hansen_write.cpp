@@ -24,7 +24,7 @@ bool PETTIS_HANSEN_GRAPH::get_ordering(function_order& order) {
         return false;
     }
     order.clear();
-    const adjacency& g = graph();
+    const adjacency& g = stepwise();
     for (const auto vertex : boost::make_iterator_range(vertices(g))) {
         order.push_back(g[vertex].get_list());
     }

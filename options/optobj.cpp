@@ -5,6 +5,7 @@
 #include "options/rotated_text.h"
 #include "support/assertion.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace {
@@ -18,16 +19,6 @@ bool is_list(std::int32_t type) {
     return type >= option_obj::parm_string_list;
 }
 
-// A number as text, in the next of 15 buffers used in turn.
-const char* number_text(const char* format, long number) {
-    static char buffers[15][24];
-    static std::size_t next = 0;
-    char* const buffer = buffers[next];
-    next = (next + 1) % std::size(buffers);
-    std::snprintf(buffer, sizeof buffers[0], format, number);
-    return buffer;
-}
-
 } // namespace
 
 option_obj::option_obj(bool) {}
@@ -37,35 +28,39 @@ option_obj::option_obj(const option_obj& other) {
 }
 
 option_obj& option_obj::operator=(const option_obj& other) {
+    if (this == &other) {
+        return *this;
+    }
     for (const std::int32_t type : parm_type) {
         internal_assert(type >= parm_none && type <= parm_oneof_list, "optobj", "operator=", "argument type is 0 to 7");
     }
-    if (this != &other) {
-        trace = other.trace;
-        state = other.state;
-        form = other.form;
-        seen = other.seen;
-        parsed = other.parsed;
-        args = other.args;
-        current_option = other.current_option;
-        current_file = other.current_file;
-        merging = other.merging;
-    }
+    trace = other.trace;
+    state = other.state;
+    form = other.form;
+    seen = other.seen;
+    parsed = other.parsed;
+    args = other.args;
+    current_option = other.current_option;
+    current_file = other.current_file;
+    merging = other.merging;
     return *this;
 }
 
 option_obj::~option_obj() = default;
 
 const char* option_obj::rot13(const char* text) {
-    static std::string results[5]; // used in turn
+    static auto& results = *new std::array<std::string, 5>; // used in turn; never destroyed, for exit handlers
     static std::size_t next = 0;
     std::string& result = results[next];
-    next = (next + 1) % std::size(results);
-    result = text == nullptr ? "" : text;
-    for (char& c : result) {
-        c = rotated_character(c);
-    }
+    next = (next + 1) % results.size();
+    result = readable(text);
     return result.c_str();
+}
+
+std::string option_obj::readable(const char* text) {
+    std::string result = text == nullptr ? "" : text;
+    std::transform(result.begin(), result.end(), result.begin(), rotated_character);
+    return result;
 }
 
 // Setting and clearing.
@@ -76,7 +71,7 @@ void option_obj::count_setting(option_id id) {
     ++state[i];
     ++seen[i];
     if (trace) {
-        std::printf("%s: Set    option id %s to state %d\n", trace_tag, enumerator_name(id), state[i]);
+        std::printf("%s: Set    option id %s to state %d\n", trace_tag, enumerator_name(id).c_str(), state[i]);
     }
     if (!merging) {
         do_conflicts(id);
@@ -178,6 +173,14 @@ void option_obj::setarg(option_id id, long value) {
     }
 }
 
+// Counts a setting whose value becomes the only argument of the option, a list too.
+void option_obj::set_single_argument(option_id id, long value) {
+    count_setting(id);
+    args[static_cast<std::size_t>(id)] = {};
+    store_argument(id, std::to_string(value), value);
+    add_to_history(id);
+}
+
 // Stores an argument as the text or the number that the option's type holds: a list grows, a single value is replaced.
 void option_obj::store_argument(option_id id, const std::string& text, long number) {
     const auto i = static_cast<std::size_t>(id);
@@ -192,8 +195,8 @@ void option_obj::store_argument(option_id id, const std::string& text, long numb
         values.numbers.push_back(number);
     }
     if (trace) {
-        std::printf("%s: Set    option id %s arg to value '%s' (%d args)", trace_tag, enumerator_name(id), text.c_str(),
-                    static_cast<int>(getargcount(id)) - 1);
+        std::printf("%s: Set    option id %s arg to value '%s' (%zu args)", trace_tag, enumerator_name(id).c_str(),
+                    text.c_str(), values.texts.size() + values.numbers.size() - 1);
         trace_argument(id);
     }
 }
@@ -218,7 +221,7 @@ void option_obj::clearopt(option_id id) {
         return;
     }
     if (trace) {
-        std::printf("%s: Clear  option id %s to state 0\n", trace_tag, enumerator_name(id));
+        std::printf("%s: Clear  option id %s to state 0\n", trace_tag, enumerator_name(id).c_str());
     }
     ++seen[i];
     state[i] = 0;
@@ -242,7 +245,7 @@ void option_obj::parsed_option(option_id id) {
     if (is_option(id)) {
         ++parsed[static_cast<std::size_t>(id)];
         if (trace) {
-            std::printf("%s: Parsed option id %s/%d\n", trace_tag, enumerator_name(id), id);
+            std::printf("%s: Parsed option id %s/%d\n", trace_tag, enumerator_name(id).c_str(), id);
         }
     }
 }
@@ -268,11 +271,12 @@ void option_obj::add_to_history(option_id id) {
     hist_argument argument = {0, {}};
     if (type != parm_none) {
         const unsigned int last = getargcount(id) - 1; // wraps for an option without argument: then there is none
-        const char* const text = getstrarg(id, last);
+        number_buffer number;
+        const char* const text = argument_text(id, last, number);
         argument = {getnumarg(id, last), text == nullptr ? "" : text};
     }
     if (trace) {
-        std::printf("%s: Add option id %s to history with arg %s\n", trace_tag, enumerator_name(id),
+        std::printf("%s: Add option id %s to history with arg %s\n", trace_tag, enumerator_name(id).c_str(),
                     argument.text.c_str());
     }
     history.emplace_back(id, std::move(argument));
@@ -284,14 +288,17 @@ void option_obj::clear_history(option_id id) {
 
 void option_obj::do_conflicts(option_id id) {
     enum conflict_kind : unsigned char { quiet_clear = 1, override_earlier = 2, conflict = 3 };
+    if (!is_option(id)) {
+        return;
+    }
     for (int other = 0; other < option_count; ++other) {
         const auto earlier = static_cast<option_id>(other);
         const unsigned char kind = conflicts[static_cast<std::size_t>(id)][static_cast<std::size_t>(earlier)];
         if (!is_set(earlier) || kind == 0) {
             continue;
         }
-        const std::string typed = format_of_option(id);
-        const std::string typed_earlier = format_of_option(earlier);
+        const std::string typed = typed_spelling(id);
+        const std::string typed_earlier = typed_spelling(earlier);
         if (kind == quiet_clear && trace) {
             DIAG::raise<DIAG::optgen_conflict_quiet_option>("optobj", 332, typed.c_str(), typed_earlier.c_str());
         } else if (kind == override_earlier) {
@@ -309,7 +316,7 @@ void option_obj::do_conflicts(option_id id) {
 // Queries.
 
 unsigned int option_obj::getargcount(option_id id) const {
-    if (!is_option(id)) {
+    if (!is_option(id) || parm_type[static_cast<std::size_t>(id)] == parm_none) {
         return 0;
     }
     const argument_values& values = args[static_cast<std::size_t>(id)];
@@ -327,6 +334,17 @@ const option_obj::oneof_item* option_obj::item_of_value(option_id id, long value
 }
 
 const char* option_obj::getstrarg(option_id id, unsigned int index) const {
+    static std::array<number_buffer, 15> buffers; // used in turn
+    static std::size_t next = 0;
+    number_buffer& number = buffers[next];
+    const char* const text = argument_text(id, index, number);
+    if (text == number.data()) {
+        next = (next + 1) % buffers.size();
+    }
+    return text;
+}
+
+const char* option_obj::argument_text(option_id id, unsigned int index, number_buffer& number) const {
     const auto i = static_cast<std::size_t>(id);
     if (!is_option(id) || seen[i] == 0) {
         return nullptr;
@@ -341,16 +359,18 @@ const char* option_obj::getstrarg(option_id id, unsigned int index) const {
     if (holds_text(parm_type[i])) {
         return args[i].texts[index].c_str();
     }
-    const long number = args[i].numbers[index];
-    if (parm_type[i] == parm_unsigned) {
-        return number_text("0x%lX", number);
-    }
+    const long value = args[i].numbers[index];
     if (parm_type[i] == parm_oneof || parm_type[i] == parm_oneof_list) {
-        if (const oneof_item* const item = item_of_value(id, number)) {
+        if (const oneof_item* const item = item_of_value(id, value)) {
             return item->text + 1;
         }
     }
-    return number_text("%ld", number);
+    if (parm_type[i] == parm_unsigned) {
+        std::snprintf(number.data(), number.size(), "0x%lX", static_cast<unsigned long>(value));
+    } else {
+        std::snprintf(number.data(), number.size(), "%ld", value);
+    }
+    return number.data();
 }
 
 long option_obj::getnumarg(option_id id, unsigned int index) const {
@@ -399,7 +419,8 @@ bool option_obj::args_match_list(option_id id, const char* const* list) const {
         return false;
     }
     for (unsigned int index = 0; index < getargcount(id); ++index) {
-        const char* const argument = getstrarg(id, index);
+        number_buffer number;
+        const char* const argument = argument_text(id, index, number);
         for (const char* const* wanted = list; *wanted != nullptr; ++wanted) {
             if (std::strcmp(argument, *wanted) == 0) {
                 return true;
@@ -409,7 +430,8 @@ bool option_obj::args_match_list(option_id id, const char* const* list) const {
     return false;
 }
 
-const char* option_obj::format_of_option(option_id id) const {
+// The spelling that the user typed last, as the tables store it; null for no option.
+const char* option_obj::stored_spelling(option_id id) const {
     if (!is_option(id)) {
         return nullptr;
     }
@@ -419,7 +441,11 @@ const char* option_obj::format_of_option(option_id id) const {
     while (known < definition.alt_texts.size() && definition.alt_texts[known] != nullptr) {
         ++known;
     }
-    return rot13(wanted >= 1 && wanted <= known ? definition.alt_texts[wanted - 1] : definition.main_text);
+    return wanted >= 1 && wanted <= known ? definition.alt_texts[wanted - 1] : definition.main_text;
+}
+
+const char* option_obj::format_of_option(option_id id) const {
+    return is_option(id) ? rot13(stored_spelling(id)) : nullptr;
 }
 
 const char* option_obj::internal_option_string(option_id id) const {

@@ -190,6 +190,9 @@ public:
     /// The readable form of a stored text, or the stored form of a readable one; a null text is empty. The result stays
     /// valid for four further calls.
     static const char* rot13(const char* text);
+    /// The same as a text of the caller's own. What this class needs itself it takes from here, so that only callers
+    /// use up the buffers of borrowed texts.
+    static std::string readable(const char* text);
 
     // Matching (options/optobj_match.cpp).
 
@@ -293,8 +296,8 @@ protected:
     static option_table merge_conflicts;
     static std::array<merge_policy, option_count> merge_policy_functions;
     static std::array<merge_override, option_count> mutex_merge_override_functions;
-    static const std::map<std::string, tool_name> tool_cmd_map;
-    static const std::map<tool_name, option_id> tn_fileopt_map;
+    static const std::map<std::string, tool_name>& tool_cmd_map;
+    static const std::map<tool_name, option_id>& tn_fileopt_map;
     static const char* const file_option_label;
 
     /// Stored arguments: strings for the types that hold text, numbers for the others. Elements never move, so that
@@ -304,14 +307,23 @@ protected:
         std::vector<long> numbers;
     };
 
+    /// Room for any number as text.
+    using number_buffer = std::array<char, 24>;
+
     static bool is_option(option_id id) { return static_cast<unsigned int>(id) < option_count; }
     static const oneof_item* item_of_value(option_id id, long value);
     static bool is_member(option_id id, class_id members);
 
     void count_setting(option_id id);
+    void set_single_argument(option_id id, long value);
     void store_argument(option_id id, const std::string& text, long number);
     void trace_argument(option_id id) const;
-    const char* enumerator_name(option_id id) const { return rot13(enum_to_enumtxt[static_cast<std::size_t>(id)]); }
+    static std::string enumerator_name(option_id id) { return readable(enum_to_enumtxt[static_cast<std::size_t>(id)]); }
+    static std::string main_spelling(option_id id) { return readable(enum_to_optiontxt[static_cast<std::size_t>(id)]); }
+    std::string typed_spelling(option_id id) const { return readable(stored_spelling(id)); }
+    const char* stored_spelling(option_id id) const;
+    /// As getstrarg(), with a text made from a number in `number`.
+    const char* argument_text(option_id id, unsigned int index, number_buffer& number) const;
     [[noreturn]] void report_missing_parameter(option_id id, const char* param_name, unsigned int source_line) const;
 
     // Matcher nodes: see options/optobj_match.cpp.

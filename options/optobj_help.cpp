@@ -26,26 +26,26 @@ void strip_directories(const char*& name) {
 const char* option_obj::get_opt_txt(const char* main_text, const char* const* alt_texts, const char* lead_text,
                                     const char* param_name, int param_optional) {
     constexpr std::size_t main_limit = 114; // the main spelling is left out of a label that it would make longer
-    static std::string label;
-    const auto append = [](const char* spelling) {
-        label += label.empty() ? "" : ",";
-        label += rot13(spelling);
+    static auto& label = *new std::string;  // never destroyed, for exit handlers
+    const auto append = [](const char* spelling, bool after_comma) {
+        label += after_comma ? "," : "";
+        label += readable(spelling);
     };
     label.clear();
     if (lead_text != nullptr) {
-        label += rot13(lead_text);
+        label += readable(lead_text);
     }
     if (main_text != nullptr && label.size() + std::strlen(main_text) <= main_limit) {
-        append(main_text);
+        append(main_text, !label.empty());
     }
     for (std::size_t i = 0; i < alternative_count && alt_texts[i] != nullptr; ++i) {
         if (lead_text == nullptr || std::strcmp(alt_texts[i], lead_text) != 0) {
-            append(alt_texts[i]);
+            append(alt_texts[i], lead_text != nullptr || !label.empty());
         }
     }
     if (*param_name != '\0') {
         label += param_optional != 0 ? "[=" : "=";
-        label += rot13(param_name);
+        label += readable(param_name);
         label += param_optional != 0 ? "]" : "";
     }
     return label.c_str();
@@ -74,17 +74,17 @@ void option_obj::dump_basic_class() {
     init_queue("Basic Options:", label_width, sort_by_key);
     for (const option_definition* option = option_definitions.data(); option->help_class != 2; ++option) {
         if (is_listed(*option) && option->basic_rank != 0) {
-            queueup(label_of(*option), std::string(rot13(option->short_help)).c_str(), option->basic_rank);
+            queueup(label_of(*option), readable(option->short_help).c_str(), option->basic_rank);
         }
     }
     print_section();
 }
 
 void option_obj::dump_class(int help_class) {
-    init_queue(rot13(class_descriptions[static_cast<std::size_t>(help_class)]), label_width, sort_by_key);
+    init_queue(readable(class_descriptions[static_cast<std::size_t>(help_class)]).c_str(), label_width, sort_by_key);
     for (const option_definition* option = option_definitions.data(); option->help_class != 2; ++option) {
         if (is_listed(*option) && option->help_class == help_class) {
-            queueup(label_of(*option), std::string(rot13(option->short_help)).c_str(), option->help_rank);
+            queueup(label_of(*option), readable(option->short_help).c_str(), option->help_rank);
         }
     }
     print_section();
@@ -116,15 +116,15 @@ int option_obj::display_option_help(const char* text, int keep_running) {
 
     const auto length = static_cast<unsigned int>(std::strlen(text));
     const auto begins = [&](const char* spelling) {
-        return spelling != nullptr && strcaseincmp(text, rot13(spelling), length) == 0;
+        return spelling != nullptr && strcaseincmp(text, readable(spelling).c_str(), length) == 0;
     };
     bool found = false;
     for (const option_definition* option = option_definitions.data(); option->help_class != 2; ++option) {
         if (!is_listed(*option)) {
             continue;
         }
-        bool matches = strcaseistr(rot13(option->short_help), text) != nullptr ||
-                       strcaseistr(rot13(option->long_help), text) != nullptr || begins(option->main_text);
+        bool matches = strcaseistr(readable(option->short_help).c_str(), text) != nullptr ||
+                       strcaseistr(readable(option->long_help).c_str(), text) != nullptr || begins(option->main_text);
         for (const char* const alternative : option->alt_texts) {
             matches = matches || begins(alternative);
         }
@@ -139,7 +139,8 @@ int option_obj::display_option_help(const char* text, int keep_running) {
         }
         std::printf("   ");
         const bool has_long_help = *option->long_help != '\0';
-        fill_text(stdout, rot13(has_long_help ? option->long_help : option->short_help), std::string(26, ' ').c_str());
+        fill_text(stdout, readable(has_long_help ? option->long_help : option->short_help).c_str(),
+                  std::string(26, ' ').c_str());
     }
     if (keep_running == 0) {
         if (!found) {

@@ -8,7 +8,7 @@
 
 void option_obj::dump_history() const {
     for (const auto& [id, argument] : history) {
-        std::printf("%s", is_option(id) ? internal_option_string(id) : rot13(file_option_label));
+        std::printf("%s", (is_option(id) ? main_spelling(id) : readable(file_option_label)).c_str());
         if (!argument.text.empty()) {
             std::printf("=%s", argument.text.c_str());
         }
@@ -41,7 +41,7 @@ char* option_obj::export_option(option_id id, int index) const {
     if (!is_option(id) || (seen[i] != 0 && state[i] == 0)) {
         return nullptr;
     }
-    std::string exported = internal_option_string(id);
+    std::string exported = main_spelling(id);
     if (parm_type[i] == parm_none) {
         return safestrdup(exported.c_str());
     }
@@ -49,7 +49,8 @@ char* option_obj::export_option(option_id id, int index) const {
         return nullptr;
     }
     const auto argument = static_cast<unsigned int>(index);
-    const char* text = getstrarg(id, argument);
+    number_buffer number;
+    const char* text = argument_text(id, argument, number);
     if (parm_type[i] == parm_oneof) {
         const long value = getnumarg(id, argument);
         if (value == 0) {
@@ -86,7 +87,7 @@ void option_obj::dump(int all) const {
         if (all == 0 && !is_set(id)) {
             continue;
         }
-        std::printf("%-25s  ", internal_option_string(id));
+        std::printf("%-25s  ", main_spelling(id).c_str());
         if (all != 0) {
             std::printf("%s%s", seen[i] != 0 ? "SEEN      " : "not seen  ", is_set(id) ? "ENABLED   " : "disabled  ");
         }
@@ -94,7 +95,8 @@ void option_obj::dump(int all) const {
         std::printf("%s", known_type ? type_labels[parm_type[i]] : "<UNKNOWN TYPE!?!?>");
         if (known_type && parm_type[i] != parm_none) {
             for (unsigned int index = 0; index < getargcount(id); ++index) {
-                std::printf(" %s", getstrarg(id, index));
+                number_buffer value;
+                std::printf(" %s", argument_text(id, index, value));
             }
             if (getargcount(id) == 0) {
                 std::printf(" <arg not provided>");
@@ -163,7 +165,8 @@ void option_obj::get_argument(option_id id, an_argument_t* out) const {
         return an_argument_t{an_argument_t::signed_number, getnumarg(id, index), 0};
     };
     const auto text = [&](unsigned int index) {
-        const char* const argument = getstrarg(id, index);
+        number_buffer value;
+        const char* const argument = argument_text(id, index, value);
         return an_argument_t{an_argument_t::text, std::string(argument == nullptr ? "" : argument), 0};
     };
     const auto list = [&](auto element) {
@@ -174,7 +177,6 @@ void option_obj::get_argument(option_id id, an_argument_t* out) const {
         return an_argument_t{an_argument_t::list, std::move(elements), getargcount(id)};
     };
     if (!is_option(id)) {
-        *out = an_argument_t();
         return;
     }
     switch (parm_type[static_cast<std::size_t>(id)]) {
@@ -208,7 +210,7 @@ bool option_obj::an_argument_t::operator==(const an_argument_t& other) const {
         return false;
     }
     internal_assert(type != list, "optobj", "an_argument_t::operator==", "type != list");
-    return value == other.value;
+    return type == none || value == other.value;
 }
 
 bool option_obj::an_argument_t::operator>(const an_argument_t& other) const {

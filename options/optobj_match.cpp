@@ -14,6 +14,7 @@
 #include "DIAG/user_msg_api.h"
 #include "options/banner.h"
 #include "options/optobj.h"
+#include "options/rotated_text.h"
 #include "support/assertion.h"
 #include "support/memory.h"
 
@@ -283,7 +284,7 @@ const char* option_obj::set_diag_wrap(const char* value) {
     if (parse_oneof(opt_diag_wrap, value, param_name, parse_glued_oneof, &choice) == 0) {
         parse_oneof(opt_diag_wrap, "on", param_name, parse_glued_oneof, &choice);
     }
-    setopt(opt_diag_wrap, choice);
+    set_single_argument(opt_diag_wrap, choice);
     if (getnumarg(opt_diag_wrap, 0) == 1) {
         DIAGNOSTIC::wrap_enabled_m = false;
     }
@@ -293,8 +294,7 @@ const char* option_obj::set_diag_wrap(const char* value) {
 const char* option_obj::set_preferred_order_file(const char* value, unsigned char spelling_form) {
     static constexpr arg_range range = {0, 2147483647};
     register_option_form(opt_preferred_order_file, spelling_form);
-    const char* const name = parse_arg(opt_preferred_order_file, value,
-                                       option_definitions[opt_preferred_order_file].param_name, parse_text, &range);
+    const char* const name = parse_arg(opt_preferred_order_file, value, rotated<"filename">, parse_text, &range);
     parsed_option(opt_preferred_order_file);
     setopt(opt_preferred_order_file, name);
     return nullptr;

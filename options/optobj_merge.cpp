@@ -70,6 +70,9 @@ void option_obj::take_setting(option_id id, const option_obj& other, int index) 
 void option_obj::merge_policy_none(option_id, option_obj&) {}
 
 void option_obj::merge_policy_exact(option_id id, option_obj& other) {
+    if (!is_option(id)) {
+        return;
+    }
     if (is_set(id) && !other.is_set(id)) {
         DIAG::raise<DIAG::optgen_exact_set_in_previous_files>("optobj", 3560, exported(*this, id).c_str(),
                                                               other.current_file);
@@ -87,7 +90,7 @@ void option_obj::merge_policy_exact_notset(option_id id, option_obj& other) {
 
 // Reports an option that is set in both objects with different arguments.
 void option_obj::check_same_arguments(option_id id, const option_obj& other, unsigned int source_line) const {
-    if (!is_set(id) || !other.is_set(id)) {
+    if (!is_option(id) || !is_set(id) || !other.is_set(id)) {
         return;
     }
     an_argument_t here;
@@ -101,7 +104,7 @@ void option_obj::check_same_arguments(option_id id, const option_obj& other, uns
 }
 
 void option_obj::merge_policy_or(option_id id, option_obj& other) {
-    if (!other.is_set(id)) {
+    if (!is_option(id) || !other.is_set(id)) {
         return;
     }
     take_setting(id, other, 0);
@@ -111,13 +114,13 @@ void option_obj::merge_policy_or(option_id id, option_obj& other) {
 }
 
 void option_obj::merge_policy_and(option_id id, option_obj& other) {
-    if (is_set(id) && !other.is_set(id)) {
+    if (is_option(id) && is_set(id) && !other.is_set(id)) {
         clearopt(id);
     }
 }
 
-void option_obj::merge_policy_main(option_id, option_obj&) {
-    ++merge_policy_main_calls;
+void option_obj::merge_policy_main(option_id id, option_obj&) {
+    merge_policy_main_calls += is_option(id) ? 1 : 0;
 }
 
 void option_obj::merge_policy_min(option_id id, option_obj& other) {
@@ -130,11 +133,12 @@ void option_obj::merge_policy_max(option_id id, option_obj& other) {
 
 // Takes the other object's setting where it is the wanted extreme of the two, or the only one.
 void option_obj::merge_extreme(option_id id, option_obj& other, bool want_greater) {
-    if (!other.is_set(id)) {
+    if (!is_option(id) || !other.is_set(id)) {
         return;
     }
     bool take_other = !is_set(id);
-    if (!take_other && parm_type[static_cast<std::size_t>(id)] == parm_oneof) {
+    const std::int32_t type = parm_type[static_cast<std::size_t>(id)];
+    if (!take_other && (type == parm_oneof || type == parm_oneof_list)) {
         // The order of choices is that of the list; what is not in it comes last.
         const auto rank = [&](const option_obj& object) {
             std::size_t place = 0;
@@ -158,7 +162,7 @@ void option_obj::merge_extreme(option_id id, option_obj& other, bool want_greate
 }
 
 void option_obj::do_merge_conflicts(option_id id, option_obj& other) {
-    for (int number = 0; number < option_count; ++number) {
+    for (int number = 0; is_option(id) && number < option_count; ++number) {
         const auto other_id = static_cast<option_id>(number);
         if (!other.is_set(other_id)) {
             continue;
@@ -166,9 +170,8 @@ void option_obj::do_merge_conflicts(option_id id, option_obj& other) {
         const unsigned char kind = merge_conflicts[static_cast<std::size_t>(id)][static_cast<std::size_t>(other_id)];
         internal_assert(kind == 0 || kind == 3, "optobj", "do_merge_conflicts", "conflict kind is 0 or 3");
         if (kind == 3) {
-            const std::string typed_there = other.format_of_option(other_id);
-            DIAG::raise<DIAG::optgen_merge_conflict_option>("optobj", 268, typed_there.c_str(), other.current_file,
-                                                            format_of_option(id));
+            DIAG::raise<DIAG::optgen_merge_conflict_option>("optobj", 268, other.typed_spelling(other_id).c_str(),
+                                                            other.current_file, typed_spelling(id).c_str());
         }
     }
 }

@@ -113,10 +113,10 @@ std::array<option_obj::option_definition, option_obj::option_count + 1> option_o
         .main_text = rotated<"--emit_warnings_as_errors">,
         .alt_texts = {rotated<"-pdew">},
         .param_name = no_text,
-        .short_help = rotated<"report warnings as errors">,
-        .long_help =
-            rotated<"Reports warnings as errors, except those whose severity is fixed, such as the one about a "
-                    "missing output file name.  Example: --emit_warnings_as_errors">,
+        .short_help = rotated<"report free-form warnings as errors">,
+        .long_help = rotated<
+            "Reports free-form warnings as errors.  The warnings of the fixed list of messages, such as the one "
+            "about a missing output file name, stay warnings.  Example: --emit_warnings_as_errors">,
         .help_class = 1,
         .help_rank = 500,
     },
@@ -167,13 +167,15 @@ option_obj::option_table option_obj::merge_conflicts = {};
 std::array<option_obj::merge_policy, option_obj::option_count> option_obj::merge_policy_functions = {};
 std::array<option_obj::merge_override, option_obj::option_count> option_obj::mutex_merge_override_functions = {};
 
-const std::map<std::string, option_obj::tool_name> option_obj::tool_cmd_map =
-    boost::assign::map_list_of("cc", tool_name::compiler)("c++", tool_name::compiler)("as", tool_name::assembler)(
-        "ar", tool_name::archiver)("ld", tool_name::linker);
+// Tables that own memory are never destroyed, so that exit handlers may use them.
+const std::map<std::string, option_obj::tool_name>& option_obj::tool_cmd_map =
+    *new std::map<std::string, tool_name>(boost::assign::map_list_of("cc", tool_name::compiler)(
+        "c++", tool_name::compiler)("as", tool_name::assembler)("ar", tool_name::archiver)("ld", tool_name::linker));
 
 // File options have identifiers from 10 on and no definition of their own.
-const std::map<option_obj::tool_name, option_obj::option_id> option_obj::tn_fileopt_map = boost::assign::map_list_of(
-    tool_name::compiler, static_cast<option_id>(10))(tool_name::assembler, static_cast<option_id>(11))(
-    tool_name::archiver, static_cast<option_id>(12))(tool_name::linker, static_cast<option_id>(13));
+const std::map<option_obj::tool_name, option_obj::option_id>& option_obj::tn_fileopt_map =
+    *new std::map<tool_name, option_id>(boost::assign::map_list_of(tool_name::compiler, static_cast<option_id>(10))(
+        tool_name::assembler, static_cast<option_id>(11))(tool_name::archiver, static_cast<option_id>(12))(
+        tool_name::linker, static_cast<option_id>(13)));
 
 const char* const option_obj::file_option_label = rotated<"--file">;

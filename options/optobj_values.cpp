@@ -37,12 +37,16 @@ bool is_empty(const char* text) {
 } // namespace
 
 void option_obj::report_missing_parameter(option_id id, const char* param_name, unsigned int source_line) const {
-    DIAG::raise<DIAG::optgen_missing_parameter>("optobj", source_line, format_of_option(id), rot13(param_name));
+    DIAG::raise<DIAG::optgen_missing_parameter>("optobj", source_line, typed_spelling(id).c_str(),
+                                                readable(param_name).c_str());
     std::exit(1);
 }
 
 const char* option_obj::parse_arg(option_id id, const char* rest, const char* param_name, parse_option_type type,
                                   const arg_range* range) {
+    if (!is_option(id)) {
+        return nullptr;
+    }
     if (is_oneof(type)) {
         DIAG::raise<DIAG::optgen_option_handler_corruption>("optobj", 2147);
         return nullptr;
@@ -70,6 +74,9 @@ const char* option_obj::parse_arg(option_id id, const char* rest, const char* pa
 
 void option_obj::check_numerical_arg(parse_option_type type, option_id id, const char* param_name, const char* value,
                                      const arg_range* range) {
+    if (!is_option(id)) {
+        return;
+    }
     if (is_empty(value)) {
         report_missing_parameter(id, param_name, 2033);
     }
@@ -96,8 +103,10 @@ void option_obj::check_numerical_arg(parse_option_type type, option_id id, const
         return;
     }
     const std::uint32_t line = is_unsigned(type) ? 2069 : 2105; // of the first of three messages
-    const char* const typed = format_of_option(id);
-    const char* const parameter = rot13(param_name);
+    const std::string typed_text = typed_spelling(id);
+    const std::string parameter_text = readable(param_name);
+    const char* const typed = typed_text.c_str();
+    const char* const parameter = parameter_text.c_str();
     if (range->low != 0 || range->high != INT_MAX) {
         DIAG::raise<DIAG::optgen_arg_out_of_range2>("optobj", line + 11, typed, parameter,
                                                     static_cast<unsigned long>(range->low),
@@ -112,7 +121,7 @@ void option_obj::check_numerical_arg(parse_option_type type, option_id id, const
 
 int option_obj::parse_oneof(option_id id, const char* rest, const char* param_name, parse_option_type type,
                             long* value) {
-    if (!is_oneof(type)) {
+    if (!is_option(id) || !is_oneof(type)) {
         return 0;
     }
     const bool glued_only = is_glued_only(type);
@@ -131,6 +140,7 @@ int option_obj::parse_oneof(option_id id, const char* rest, const char* param_na
     }
 
     std::string choices;
+    bool is_first_choice = true;
     const oneof_item* item = option_definitions[static_cast<std::size_t>(id)].oneof_items;
     for (; item != nullptr && item->text != nullptr; ++item) {
         const char marker = item->text[0];
@@ -140,17 +150,18 @@ int option_obj::parse_oneof(option_id id, const char* rest, const char* param_na
                 std::fprintf(stderr,
                              "WARNING: argument '%s' to option '%s' is deprecated and will be removed in a future "
                              "release\n",
-                             choice, internal_option_string(id));
+                             choice, main_spelling(id).c_str());
             }
             *value = item->value;
             return 1;
         }
         if (marker == '+') {
-            choices += choices.empty() ? "" : ",";
+            choices += is_first_choice ? "" : ",";
             choices += choice;
+            is_first_choice = false;
         }
     }
-    DIAG::raise<DIAG::optgen_bad_argument>("optobj", 2335, format_of_option(id), choices.c_str());
+    DIAG::raise<DIAG::optgen_bad_argument>("optobj", 2335, typed_spelling(id).c_str(), choices.c_str());
     std::exit(1);
 }
 

@@ -17,11 +17,11 @@ struct queue_entry {
     int key;
 };
 
-std::string queue_heading;
+std::string& queue_heading = *new std::string;
 int queue_width = 0;
 int longest_label = 0; // of all labels queued since the program started
 sort_method queue_sort = sort_by_label;
-std::list<queue_entry> queue;
+std::list<queue_entry>& queue = *new std::list<queue_entry>; // never destroyed, as the heading: exit handlers may print
 
 std::string_view without_dashes(const std::string& label) {
     return std::string_view(label).substr(std::min(label.find_first_not_of('-'), label.size()));

@@ -2,9 +2,15 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <new>
 #include <unistd.h>
 
 namespace {
+
+// Runs before every static object of the program is made, since those need memory too.
+[[gnu::constructor(101)]] void install_new_handler() {
+    std::set_new_handler(out_of_memory);
+}
 
 void* checked(void* block) {
     if (block == nullptr) {
@@ -21,7 +27,7 @@ void out_of_memory() {
     if (write(STDERR_FILENO, message, sizeof message - 1) < 0) {
         // Nobody is left to be told.
     }
-    std::exit(1);
+    _exit(1); // no exit handler runs, and no stream that still holds text writes it behind the message
 }
 
 void* safemalloc(unsigned long size) {

@@ -1,11 +1,11 @@
 // Checked heap allocation: no caller has to test for a null result, since exhausted memory ends the process
-// with one message. The standard containers reach the same end through the new-handler that the driver
-// installs (std::set_new_handler(out_of_memory)).
+// with one message. The standard containers reach the same end: a program that contains this file has
+// out_of_memory() as its new-handler from before its first static object on.
 #pragma once
 
 #include <cstddef>
 
-/// Writes "ERROR: out of memory\n" to standard error and ends the process with exit status 1.
+/// Writes "ERROR: out of memory\n" to standard error and ends the process at once with exit status 1.
 [[noreturn]] void out_of_memory();
 
 /// A block of `size` bytes, to be released with std::free(). Never null; ends the process as out_of_memory() does.

@@ -55,16 +55,64 @@ TEST(Faults, InputThatShrinks) {
     EXPECT_TRUE(ran.err.empty() || stopped_in_a_row) << ran.err;
 }
 
-// An error on standard error that nobody reads must not keep the order file from being written.
-TEST(Faults, ClosedStandardError) {
+// An error on standard error that nobody reads must not keep the order file from being written, and a closed stream
+// that is named as a file cannot be opened.
+TEST(Faults, ClosedStreams) {
     const scratch_folder folder;
+    folder.write("b.csv", csv("main,f,1\n"));
+    const outcome to_closed = folder.run("ordwell b.csv -o/dev/stdout >&-");
+    EXPECT_EQ(to_closed.status, 1);
+    EXPECT_EQ(to_closed.err, "fatal error: Error opening output file\n");
+    const outcome from_closed = folder.run("ordwell /dev/stdin b.csv -oo <&- && cat o");
+    EXPECT_EQ(from_closed.err, "error: Error opening input file /dev/stdin\n");
+    EXPECT_EQ(from_closed.out, order_of("f main"));
     folder.write("a.csv", csv("main,f,1\nbad\n"));
     EXPECT_EQ(folder.run("ordwell a.csv gone -oo 2>&-").status, 0);
     EXPECT_EQ(folder.read("o"), order_of("f main"));
     EXPECT_EQ(folder.run("ordwell gone 2>/dev/full").status, 0);
 }
 
-#ifndef ORDWELL_SANITIZED // a sanitizer's shadow memory does not fit under any limit
+#ifndef ORDWELL_SANITIZED // a sanitizer takes the place of preloaded functions, and its memory fits under no limit
+
+const std::string on_faulty_machine = "LD_PRELOAD=" ORDWELL_FAULTY_MACHINE " ";
+
+TEST(Faults, ReadErrorsAndTerminals) {
+    const scratch_folder folder;
+    const std::string text = csv("main,f,1\ng,h,20\n");
+    folder.write("a.csv", text);
+    const auto order_at = [&](const std::string& fault) {
+        const outcome ran = folder.run(on_faulty_machine + fault + " " ORDWELL_TOOL " a.csv -oo; cat o");
+        return ran.out + ran.err;
+    };
+    const std::size_t size = text.size();
+    EXPECT_EQ(order_at("FAIL_READ=" + std::to_string(size)), order_of("f main h g"));
+    EXPECT_EQ(order_at("FAIL_READ=" + std::to_string(size - 1)), order_of("f main"));
+    EXPECT_EQ(order_at("FAIL_READ=" + std::to_string(size - 2)), order_of("f main")); // behind "g,h,2"
+    EXPECT_EQ(order_at("FAIL_READ=26"),
+              "error: Invalid CSV input file header line encountered in a.csv; file ignored\n");
+    EXPECT_EQ(order_at("LATE_INPUT=1"), order_of("f main h g"));
+    folder.write("a.csv", text.substr(0, size - 1));
+    EXPECT_EQ(order_at("LATE_INPUT=1"), order_of("f main h g"));
+}
+
+// Before main(), too: static objects take the first of these allocations. What was buffered for standard error is not
+// written behind the message.
+TEST(Faults, EachAllocationFails) {
+    const scratch_folder folder;
+    folder.write("a.csv", csv("main,f,1\n"));
+    int ended = 0;
+    for (int number = 1; number <= 60; ++number) {
+        const outcome ran = folder.run(on_faulty_machine + "FAIL_MALLOC=" + std::to_string(number) +
+                                       " " ORDWELL_TOOL " -pdb gone a.csv -oo");
+        const bool is_complete = ran.status == 0;
+        ended += is_complete ? 0 : 1;
+        EXPECT_EQ(ran.status, is_complete ? 0 : 1) << number;
+        if (!is_complete) {
+            EXPECT_TRUE(ran.err.ends_with(out_of_memory)) << number << ran.err;
+        }
+    }
+    EXPECT_GE(ended, 40);
+}
 
 TEST(Faults, ExhaustedMemory) {
     const scratch_folder folder;

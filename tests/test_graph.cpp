@@ -54,6 +54,28 @@ TEST_P(GraphForm, FindsNames) {
     EXPECT_EQ(graph.add_node(PHNODE()), 2U);
     EXPECT_EQ(graph.find_node("y"), std::pair(1U, true));
     EXPECT_FALSE(graph.add_edge("x", "y", 1));
+    EXPECT_EQ(graph.add_node(graph.graph()[1]), 3U); // a chain of its own
+    EXPECT_EQ(graph.graph()[3].get_list(), chain.get_list());
+}
+
+// The adjacency list may be changed from outside, also through a reference that was taken long ago.
+TEST_P(GraphForm, AnswersForChangesFromOutside) {
+    graph.add_node("a");
+    auto& list = graph.graph();
+    EXPECT_FALSE(graph.find_node("b").second);
+    add_vertex(PHNODE("b"), list);
+    EXPECT_EQ(graph.find_node("b"), std::pair(1U, true));
+    EXPECT_FALSE(graph.add_node("b"));
+    add_edge(1, 0, 7, list);
+    EXPECT_TRUE(graph.add_edge("a", "b", 3));
+    EXPECT_EQ(num_edges(list), 1U);
+    EXPECT_EQ(get(boost::edge_weight, list, boost::edge(0, 1, list).first), 10U);
+    list[0].add_node("c");
+    EXPECT_EQ(graph.find_node("c"), std::pair(0U, true));
+    clear_vertex(0, list);
+    remove_vertex(0, list);
+    EXPECT_EQ(graph.find_node("b"), std::pair(0U, true));
+    EXPECT_FALSE(graph.find_node("a").second);
 }
 
 TEST_P(GraphForm, AddsCallsUp) {
@@ -118,6 +140,23 @@ TEST_P(GraphForm, MergesTheWorkedExample) {
     EXPECT_EQ(layout_of(empty), order());
 }
 
+// Without an untouched copy, all forms judge joins by what is left of the calls.
+TEST_P(GraphForm, MergesWithItselfAsOrig) {
+    const std::vector<std::tuple<std::string, std::string, unsigned long>> calls = {
+        {"a", "b", 9}, {"c", "d", 8}, {"a", "c", 7}};
+    fill(graph, calls);
+    PETTIS_HANSEN_GRAPH reference;
+    fill(reference, calls);
+    reference.merge_nodes_stepwise(reference);
+    graph.merge_nodes(graph);
+    EXPECT_EQ(layout_of(graph), layout_of(reference));
+    PETTIS_HANSEN_GRAPH judged_by_copy;
+    fill(judged_by_copy, calls);
+    PETTIS_HANSEN_GRAPH orig(judged_by_copy);
+    judged_by_copy.merge_nodes(orig);
+    EXPECT_NE(layout_of(graph), layout_of(judged_by_copy)); // else the example shows nothing
+}
+
 TEST(Graph, SurvivorOfAHigherIndexMovesDown) {
     PETTIS_HANSEN_GRAPH graph;
     fill(graph, {{"a", "a", 1}, {"b", "b", 1}, {"c", "a", 3}, {"b", "c", 2}, {"a", "b", 4294967295}});
@@ -162,6 +201,29 @@ TEST(Graph, TracesAMerge) {
     const std::string last = start + "  [ f  main  g  h ]\n\n" + end;
     EXPECT_EQ(trace.substr(trace.size() - 2 * last.size()), last + last);
 
+    const auto counts = [&](int level) { // of dumps, chosen edges, joins and folded edges
+        PETTIS_HANSEN_GRAPH traced;
+        fill_example(traced);
+        PETTIS_HANSEN_GRAPH copy(traced);
+        merge_trace = level;
+        const std::string text = printed([&] { traced.merge_nodes(copy); });
+        merge_trace = 0;
+        std::vector<int> found;
+        for (const char* const line : {"START GRAPH", "Source Node 1", ">>>> merge_node", "Add edge"}) {
+            int count = 0;
+            for (std::size_t at = text.find(line); at != std::string::npos; at = text.find(line, at + 1)) {
+                ++count;
+            }
+            found.push_back(count);
+        }
+        return found;
+    };
+    EXPECT_EQ(counts(0), std::vector<int>({0, 0, 0, 0}));
+    EXPECT_EQ(counts(1), std::vector<int>({2, 3, 0, 0}));
+    EXPECT_EQ(counts(2), std::vector<int>({2, 3, 3, 0}));
+    EXPECT_EQ(counts(3), std::vector<int>({5, 3, 3, 2}));
+    EXPECT_EQ(counts(-1), std::vector<int>({2, 3, 0, 0}));
+
     merge_trace = 1; // on an empty graph: two dumps and nothing else
     PETTIS_HANSEN_GRAPH empty;
     EXPECT_EQ(printed([&] { empty.merge_nodes(orig); }), start + end + start + end);
@@ -188,6 +250,21 @@ TEST(Graph, TracesReadingAndJoining) {
     PETTIS_HANSEN_GRAPH orig(graph);
     join_trace = 1;
     EXPECT_EQ(printed([&] { graph.merge_nodes(orig); }), " f  main  f  main  main  f  main  f  f  main ");
+    join_trace = 0;
+
+    // A copy's chains are filled by joins, in every form; a name that is added is none.
+    PETTIS_HANSEN_GRAPH as_read;
+    fill(as_read, {{"a", "b", 1}});
+    PETTIS_HANSEN_GRAPH stepwise(as_read);
+    stepwise.graph();
+    PETTIS_HANSEN_GRAPH laid_out(as_read);
+    laid_out.merge_nodes(as_read);
+    join_trace = 1;
+    for (PETTIS_HANSEN_GRAPH* const form : {&as_read, &stepwise, &laid_out}) {
+        EXPECT_EQ(printed([&] { PETTIS_HANSEN_GRAPH{*form}; }), form == &laid_out ? " b  a " : " a  b ");
+        EXPECT_EQ(printed([&] { form->dump_nodes(); }), form == &laid_out ? " b  a \n" : " a \n b \n");
+        EXPECT_EQ(printed([&] { form->add_node("new"); }), "");
+    }
     join_trace = 0;
 }
 

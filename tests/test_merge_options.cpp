@@ -162,6 +162,7 @@ TEST_F(MergeOptions, ComparesArguments) {
     const argument large = argument_of(option_obj::parm_unsigned, "0xffffffffffffffff");
     const argument small = argument_of(option_obj::parm_unsigned, "3");
     const argument text = argument_of(option_obj::parm_string, "b");
+    EXPECT_TRUE((argument{argument::none, 1L, 0}) == (argument{argument::none, std::string("x"), 2}));
     EXPECT_TRUE(nothing == argument() && two == two && !(two == minus_one) && !(two == small));
     EXPECT_TRUE(two > minus_one && large > small && text > argument_of(option_obj::parm_string, "a"));
     EXPECT_TRUE(text > nothing && !(nothing > text) && !(nothing > nothing) && !(text > text));
@@ -210,6 +211,16 @@ TEST_F(MergeOptions, FollowsEachPolicy) {
         EXPECT_EQ(merged(c.policy, c.here, c.there), c.expected) << &c - cases;
     }
     EXPECT_EQ(option_obj::merge_policy_main_calls, 8U); // once per option
+    open_options one = with("-pdb");
+    open_options other = with("-oa");
+    for (const auto policy :
+         {&o::merge_policy_none, &o::merge_policy_main, &o::merge_policy_exact, &o::merge_policy_exact_notset,
+          &o::merge_policy_or, &o::merge_policy_and, &o::merge_policy_min, &o::merge_policy_max}) {
+        (one.*policy)(option_obj::opt_end, other);
+    }
+    one.do_merge_conflicts(option_obj::opt_end, other);
+    EXPECT_EQ(taken(one.print()), "--buffer_diagnostics");
+    EXPECT_EQ(option_obj::merge_policy_main_calls, 8U);
 }
 
 TEST_F(MergeOptions, TakesExtremesOfNumbers) {
@@ -219,6 +230,10 @@ TEST_F(MergeOptions, TakesExtremesOfNumbers) {
     EXPECT_EQ(print_merged(&option_obj::merge_policy_max, "-o3", "-o2"), "--preferred_order_file=3");
     EXPECT_EQ(print_merged(&option_obj::merge_policy_max, "-o2", "-o3"), "--preferred_order_file=3");
     open_options::parm_type[order_file] = option_obj::parm_string_list;
+    open_options::parm_type[wrap] =
+        option_obj::parm_oneof_list; // "on" comes first in the list, "off" has the lower value
+    EXPECT_EQ(print_merged(&option_obj::merge_policy_min, "--diag_wrap=on", "--diag_wrap=off"), "--diag_wrap=on");
+    EXPECT_EQ(print_merged(&option_obj::merge_policy_max, "--diag_wrap=off", "--diag_wrap=on"), "--diag_wrap=off");
     EXPECT_DEATH(print_merged(&option_obj::merge_policy_max, "-oa", "-ob"), "types can be compared");
 }
 

@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <climits>
+#include <cstdlib>
 
 namespace {
 
@@ -103,6 +104,7 @@ TEST_F(Options, ReadsEveryArgumentType) {
         {option_obj::parm_oneof, "on", "OFF", "off ", 1},
         {option_obj::parm_string_list, "a", "017", "a 017 ", 15},
         {option_obj::parm_number_list, "1", "17q", "1 15 ", 15},
+        {option_obj::parm_oneof, "on", "", "0 ", 0},
         {option_obj::parm_oneof_list, "on", "", "on 0 ", 0},
     };
     for (const auto& c : cases) {
@@ -250,6 +252,110 @@ TEST_F(Options, MatchesChoices) {
     EXPECT_EXIT(options.apply("--diag_wrap="), testing::ExitedWithCode(1), "is missing its parameter 'on,off'\n$");
 }
 
+// The leaves of the matcher have a mind of their own where the tables are replaced.
+TEST_F(Options, LeavesStoreWhatTheySay) {
+    for (const int type : {1, 2, 3, 4, 5, 6, 7}) {
+        open_options::parm_type[wrap] = type;
+        open_options fresh;
+        fresh.apply("--diag_wrap=on");
+        fresh.apply("--diag_wrap=off");
+        EXPECT_EQ(fresh.getargcount(wrap), 1U) << type;
+        EXPECT_EQ(fresh.getnumarg(wrap, 0), 1) << type;
+    }
+    open_options::option_definitions[order_file].param_name = rotated<"other">;
+    EXPECT_EXIT(options.apply("-o="), testing::ExitedWithCode(1), "is missing its parameter 'filename'\n$");
+    static const option_obj::oneof_item items[] = {{"+", 1}, {"+x", 2}, {nullptr, 0}};
+    open_options::option_definitions[wrap].oneof_items = items;
+    EXPECT_EXIT(options.apply("--diag_wrap=y"), testing::ExitedWithCode(1), "should be one of \\{,x\\}\n$");
+    const char* const no_alternatives[] = {"%b", nullptr, nullptr, nullptr, nullptr, nullptr};
+    EXPECT_STREQ(option_obj::get_opt_txt("", no_alternatives, "", "", 0), ",-o");
+    EXPECT_STREQ(option_obj::get_opt_txt(nullptr, no_alternatives, nullptr, "", 0), "-o");
+}
+
+TEST_F(Options, IgnoresUnknownIdentifiers) {
+    option_obj::next_arg = []() -> const char* {
+        ADD_FAILURE() << "took an argument";
+        return nullptr;
+    };
+    for (const int number : {-1, 8, 10, 100}) {
+        const auto unknown = static_cast<id>(number);
+        const char* const list[] = {"x", nullptr};
+        const option_obj::arg_range range = {5, 6};
+        long value = 77;
+        options.setopt(unknown);
+        options.setopt(unknown, 1L);
+        options.setopt(unknown, "x");
+        options.setopt_internal(unknown);
+        options.setarg(unknown, "x");
+        options.setarg(unknown, 1L);
+        options.clearopt(unknown);
+        options.parsed_option(unknown);
+        options.register_option_form(unknown, 1);
+        options.add_to_history(unknown);
+        options.do_conflicts(unknown);
+        options.check_numerical_arg(option_obj::parse_unsigned, unknown, "", "1", &range);
+        EXPECT_EQ(options.parse_arg(unknown, "", "", option_obj::parse_text, &range), nullptr);
+        EXPECT_EQ(options.parse_oneof(unknown, "on", "", option_obj::parse_glued_oneof, &value), 0);
+        EXPECT_EQ(value, 77);
+        EXPECT_EQ(options.getargcount(unknown), 0U);
+        EXPECT_EQ(options.getstrarg(unknown, 0), nullptr);
+        EXPECT_EQ(options.getnumarg(unknown, 0), 0);
+        EXPECT_FALSE(options.isclass(unknown, option_obj::class_all));
+        EXPECT_FALSE(options.args_match_list(unknown, list));
+        EXPECT_EQ(options.format_of_option(unknown), nullptr);
+        EXPECT_EQ(options.internal_option_string(unknown), nullptr);
+        EXPECT_EQ(options.state_of(unknown), 0);
+        option_obj::an_argument_t argument = {option_obj::an_argument_t::text, std::string("kept"), 3};
+        options.get_argument(unknown, &argument);
+        EXPECT_EQ(std::get<std::string>(argument.value), "kept");
+    }
+    EXPECT_EQ(options.state, open_options().state);
+    EXPECT_EQ(options.history_text(), "");
+}
+
+// Only callers use up the buffers of borrowed texts.
+TEST_F(Options, KeepsBorrowedTexts) {
+    open_options::parm_type[order_file] = option_obj::parm_number_list;
+    open_options::conflicts[buffer][wrap] = 1;
+    options.apply("-o5");
+    const char* const number = options.getstrarg(order_file, 0);
+    const char* const spelling = options.format_of_option(order_file);
+    for (int i = 0; i < 20; ++i) {
+        options.apply("--diag_wrap");
+        options.apply("-o6");
+        std::free(options.export_option(order_file, 1));
+        std::free(options.export_option(wrap, 0));
+        options.apply("-pdb"); // clears --diag_wrap without a word
+        EXPECT_EQ(options.export_option(wrap, 0), nullptr);
+        std::free(options.print());
+        printed([&] { options.dump(1); });
+        printed([] { option_obj::display_option_help("", 1); });
+    }
+    EXPECT_STREQ(number, "5");
+    EXPECT_STREQ(spelling, "-o");
+}
+
+// Exit handlers run when function-local objects are gone already: what they use must not be among those.
+TEST_F(Options, WorksInExitHandlers) {
+    const auto use_everything = [] {
+        DIAGNOSTIC::fp_m = stderr;
+        open_options late;
+        late.apply("--diag_wrap=off");
+        late.apply("-pdb");
+        printed([] { option_obj::display_option_help("", 1); });
+        late.addfileopt("f", "nobody");
+        std::fprintf(stderr, "%s %s\n", late.getstrarg(wrap, 0), late.format_of_option(buffer));
+    };
+    EXPECT_EXIT(
+        {
+            std::atexit(use_everything);
+            option_obj::rot13("first use after the handler was registered");
+            options.addfileopt("f", "nobody");
+            std::exit(3);
+        },
+        testing::ExitedWithCode(3), "No known tool.*\n.*No known tool.*\noff -pdb\n$");
+}
+
 TEST_F(Options, RotatesTexts) {
     EXPECT_STREQ(option_obj::rot13("%%x-y"), "--k%l");
     EXPECT_STREQ(option_obj::rot13(rotated<"--Zebra 1%a">), "--Zebra 1%a");
@@ -272,12 +378,14 @@ TEST_F(Options, SearchesTheHelp) {
               "                           one piece, so that the lines of tools that run side\n"
               "                           by side do not mix.  Example: --buffer_diagnostics\n"
               "  --emit_warnings_as_errors,-pdew \n"
-              "                          Reports warnings as errors, except those whose\n"
-              "                           severity is fixed, such as the one about a missing\n"
-              "                           output file name.  Example:\n"
+              "                          Reports free-form warnings as errors.  The warnings\n"
+              "                           of the fixed list of messages, such as the one about\n"
+              "                           a missing output file name, stay warnings.  Example:\n"
               "                           --emit_warnings_as_errors\n");
     EXPECT_STREQ(option_obj::executable_name, "tool");
-    EXPECT_EQ(printed([] { EXPECT_EQ(option_obj::display_option_help("toolversion", 1), 0); }), "");
+    for (const char* const unlisted : {"toolversion", "--toolversion", "--debug", "print the version", "passes"}) {
+        EXPECT_EQ(printed([&] { EXPECT_EQ(option_obj::display_option_help(unlisted, 1), 0); }), "") << unlisted;
+    }
     EXPECT_NE(printed([] { option_obj::display_option_help("COLUMN 79", 1); }).find("--diag_wrap"), std::string::npos);
     EXPECT_EXIT(
         {
@@ -297,6 +405,10 @@ TEST_F(Options, ReportsCorruptTables) {
     EXPECT_EXIT(options.setarg(buffer, 1L), status, "^fatal error: unhandled clause in setarg\\(\\) \\[1327\\]\n$");
     EXPECT_EXIT(options.setopt(buffer), status, "^fatal error: unhandled clause in add_to_history\\(\\) \\[1045\\]\n$");
     EXPECT_DEATH(open_options{options}, "argument type is 0 to 7");
+    options = *&options; // nothing to copy, so nothing to mind
+    options.setopt(wrap, 1L);
+    open_options::parm_type[wrap] = option_obj::parm_none;
+    EXPECT_EQ(options.getargcount(wrap), 0U);
 }
 
 } // namespace

@@ -236,7 +236,7 @@ TEST(Tool, PrintsHelpWithoutArguments) {
                        "  --buffer_diagnostics,-pdb    Write diagnostics line by line\n"
                        "  --diag_wrap[=on,off]         Wrap diagnostics at column 79 (default: on)\n"
                        "  --emit_warnings_as_errors,-pdew\n"
-                       "                               Report warnings as errors\n"
+                       "                               Report free-form warnings as errors\n"
                        "  --preferred_order_file,-o=filename\n"
                        "                               Order file to write (default: forder.cmd)\n"
                        "\n");
