@@ -63,7 +63,7 @@ struct edge {
 struct group {
     std::int64_t last_move = -1;     ///< when all its edges last moved to the back
     std::int64_t front_sequence = 0; ///< no follower has a smaller sequence number
-    std::uint64_t entries = 0;       ///< edges in all its segments
+    std::size_t entries = 0;         ///< edges in all its segments
     chain names;
     std::uint32_t label = 0;         ///< the vertex by which it survives; no_index: it is part of another group
     std::uint32_t last_segment = 0;  ///< of the segments with its edges, those gone included; the first has its number
@@ -72,8 +72,8 @@ struct group {
 
 /// A stretch of the array of incident edges.
 struct segment {
-    std::uint64_t begin;
-    std::uint64_t end;
+    std::size_t begin;
+    std::size_t end;
     std::uint32_t next; ///< no_index: the last
 };
 
@@ -137,7 +137,7 @@ merger::merger(const call_profile& profile)
         ++groups_[read.second].entries;
     }
     pairs_.reserve(edges_.size() + edges_.size() / 2); // for the pairs that folding adds
-    std::uint64_t begin = 0;
+    std::size_t begin = 0;
     for (std::uint32_t vertex = 0; vertex < groups_.size(); ++vertex) {
         group& g = groups_[vertex];
         g.names.head = g.names.tail = vertex;
@@ -186,7 +186,7 @@ void merger::prefetch_upcoming() const {
     }
     if (const std::uint32_t number = queue_.upcoming(2); number != no_index) {
         const segment& stretch = segments_[smaller_side(edges_[number])];
-        for (std::uint64_t i = stretch.begin; i < std::min(stretch.end, stretch.begin + 12); ++i) {
+        for (std::size_t i = stretch.begin; i < std::min(stretch.end, stretch.begin + 12); ++i) {
             __builtin_prefetch(&edges_[incident_[i]]);
         }
     }
@@ -315,7 +315,7 @@ void merger::move_to_back(std::uint32_t moving) {
     };
     if (g.strays == no_index) { // its first move: look at all its edges
         for (std::uint32_t s = moving; s != no_index; s = segments_[s].next) {
-            for (std::uint64_t i = segments_[s].begin; i < segments_[s].end; ++i) {
+            for (std::size_t i = segments_[s].begin; i < segments_[s].end; ++i) {
                 collect(incident_[i]);
             }
         }
@@ -346,7 +346,7 @@ void merger::move_to_back(std::uint32_t moving) {
 void merger::attach(std::uint32_t kept, std::uint32_t from) {
     group& g = groups_[kept];
     if (!moving_.empty()) {
-        const std::uint64_t begin = incident_.size();
+        const std::size_t begin = incident_.size();
         for (const moving_edge& m : moving_) {
             incident_.push_back(m.number);
         }
