@@ -129,17 +129,17 @@ bool PETTIS_HANSEN_GRAPH::add_node(std::string name) {
 unsigned int PETTIS_HANSEN_GRAPH::add_node(const PHNODE& chain) {
     PHNODE filled;
     filled.add_node(chain, PH_AFT, PH_FWD); // complete before the graph grows: the chain may be one of its own
-    return append_vertex(std::move(filled));
+    return append_vertex(filled);
 }
 
-unsigned int PETTIS_HANSEN_GRAPH::append_vertex(PHNODE chain) {
+unsigned int PETTIS_HANSEN_GRAPH::append_vertex(const PHNODE& chain) {
     const auto vertex = static_cast<unsigned int>(num_vertices(stepwise()));
     if (!is_index_stale_) {
         for (const std::string& name : chain.get_list()) {
             name_index_.emplace(name, vertex);
         }
     }
-    add_vertex(std::move(chain), *adjacency_);
+    add_vertex(chain, *adjacency_);
     return vertex;
 }
 

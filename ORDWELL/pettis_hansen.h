@@ -148,7 +148,7 @@ private:
     bool is_as_read() const { return adjacency_ == nullptr && !layout_.has_value(); }
     std::unique_ptr<adjacency> build_adjacency() const;
     adjacency& stepwise();
-    unsigned int append_vertex(PHNODE chain);
+    unsigned int append_vertex(const PHNODE& chain);
     call_profile& own_profile();
     std::uint32_t name_to_vertex(std::string_view name);
     void add_rows(const std::vector<call_row>& rows);
