@@ -8,91 +8,23 @@
 // so is a row that starts with a double quote (the header again, where files were concatenated) or whose weight is
 // 0. Names are taken byte for byte. The first bad row ends the file with one message; what was read before it stays.
 //
-// The file is read in blocks of whole lines, so that a row is looked at where it was read and its names are copied
+// The file is read in blocks of whole lines (support/line_blocks.h), so that a row is looked at where it was read and its names are copied
 // only when they are new. Rows go to the graph in batches (ORDWELL/call_profile.h says why). The input may be
 // anything that can be read, such as a pipe; a directory opens but yields no line. At a read error the lines before it
 // count, and the one that it cut off does not: its weight might have lost digits.
 #include "DIAG/diag_messages.h"
 #include "ORDWELL/pettis_hansen.h"
 #include "support/debug_switch.h"
+#include "support/line_blocks.h"
 #include "support/strcase.h"
 
-#include <cerrno>
 #include <charconv>
-#include <cstring>
-#include <fcntl.h>
-#include <unistd.h>
 
 namespace {
 
 const register_option debug_wcg("debug:wcg");
 
 constexpr const char* graph_file = "ORDWELL/pettis_hansen";
-
-/// An input file as a sequence of blocks of whole lines.
-class line_blocks {
-public:
-    /// Opens the file; is_open() tells whether that worked.
-    explicit line_blocks(const char* filename) : file_(open(filename, O_RDONLY | O_CLOEXEC)), buffer_(block_size) {}
-    ~line_blocks() {
-        if (is_open()) {
-            close(file_);
-        }
-    }
-    line_blocks(const line_blocks&) = delete;
-    line_blocks& operator=(const line_blocks&) = delete;
-
-    bool is_open() const { return file_ >= 0; }
-
-    /// The next lines with their line feeds, which only the last line of the file may lack; empty at the end of the
-    /// file, after which nothing more is read, or at a read error. Valid until the next call.
-    std::string_view next() {
-        if (ended_) {
-            return {};
-        }
-        // What is left of the last block is the start of a line: it moves to the front.
-        std::memmove(buffer_.data(), buffer_.data() + taken_, filled_ - taken_);
-        filled_ -= taken_;
-        taken_ = 0;
-        for (;;) {
-            if (filled_ == buffer_.size()) { // a line longer than the buffer
-                buffer_.resize(buffer_.size() * 2);
-            }
-            const ssize_t count = ::read(file_, buffer_.data() + filled_, buffer_.size() - filled_);
-            if (count < 0 && errno == EINTR) {
-                continue;
-            }
-            if (count <= 0) {
-                ended_ = true;
-                return {buffer_.data(), count == 0 ? filled_ : 0};
-            }
-            const char* const added = buffer_.data() + filled_;
-            filled_ += static_cast<std::size_t>(count);
-            const void* const line_feed = memrchr(added, '\n', static_cast<std::size_t>(count));
-            if (line_feed != nullptr) {
-                taken_ = static_cast<std::size_t>(static_cast<const char*>(line_feed) - buffer_.data()) + 1;
-                return {buffer_.data(), taken_};
-            }
-        }
-    }
-
-private:
-    static constexpr std::size_t block_size = 256 * 1024; // fits the second-level cache
-
-    int file_;
-    std::vector<char> buffer_;
-    std::size_t filled_ = 0; ///< bytes in the buffer
-    std::size_t taken_ = 0;  ///< how many of them were handed out
-    bool ended_ = false;     ///< whether the end of the file or an error was met
-};
-
-/// Takes the first line, without its line feed, off the front of `block`.
-std::string_view take_line(std::string_view& block) {
-    const std::size_t line_feed = block.find('\n');
-    const std::string_view line = block.substr(0, line_feed);
-    block.remove_prefix(line_feed == std::string_view::npos ? block.size() : line_feed + 1);
-    return line;
-}
 
 /// Takes the text up to the next comma, and the comma, off the front of `rest`.
 std::string_view take_field(std::string_view& rest) {

@@ -5,14 +5,16 @@
 // in the order of the layout. Names are written byte for byte, without escaping, as the linker expects them. Each line
 // is flushed as it is written, so that whoever watches the file sees whole lines.
 #include "DIAG/diag_messages.h"
+#include "ORDWELL/order_file.h"
 #include "ORDWELL/pettis_hansen.h"
 
 namespace {
 
 void write_line(std::ofstream& out, std::string& line, std::string_view name) {
-    line = "--preferred_order=\"";
+    line = order_line_start;
     line += name;
-    line += "\"\n";
+    line += order_line_end;
+    line += '\n';
     out.write(line.data(), static_cast<std::streamsize>(line.size()));
     out.flush();
 }

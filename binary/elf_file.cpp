@@ -1,0 +1,236 @@
+#include "binary/elf_file.h"
+
+#include "support/companion.h"
+
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <gelf.h>
+#include <libelf.h>
+#include <memory>
+#include <unistd.h>
+
+namespace {
+
+// Section types of clang's call graph profile: today's, and the one until LLVM 12. Since then entries are weights whose
+// ends are named by relocations; before, they hold the symbols themselves.
+// Source: LLVM's "Extensions", section "SHT_LLVM_CALL_GRAPH_PROFILE".
+constexpr std::uint32_t call_graph_type = 0x6fff4c09;
+constexpr std::uint32_t old_call_graph_type = 0x6fff4c02;
+
+struct elf_closer {
+    void operator()(Elf* elf) const { elf_end(elf); }
+};
+using elf_handle = std::unique_ptr<Elf, elf_closer>;
+
+std::string libelf_error() {
+    const char* const text = elf_errmsg(-1);
+    return text == nullptr ? "damaged" : text;
+}
+
+void visit_members(Elf* elf, int file, const std::string& label, const std::function<void(const elf_object&)>& visit) {
+    switch (elf_kind(elf)) {
+    case ELF_K_ELF:
+        visit(elf_object(elf, label));
+        return;
+    case ELF_K_AR:
+        break;
+    default: {
+        std::size_t size = 0;
+        const char* const start = elf_rawfile(elf, &size);
+        if (start != nullptr && std::string_view(start, size).starts_with("!<thin>\n")) {
+            throw failure(label, "a thin archive holds no objects: give them themselves");
+        }
+        throw failure(label, "neither an ELF file nor an archive");
+    }
+    }
+    for (Elf_Cmd command = ELF_C_READ; command != ELF_C_NULL;) {
+        const elf_handle member(elf_begin(file, command, elf));
+        if (member == nullptr) {
+            return;
+        }
+        const Elf_Arhdr* const header = elf_getarhdr(member.get());
+        const std::string name = header == nullptr || header->ar_name == nullptr ? "?" : header->ar_name;
+        if (elf_kind(member.get()) == ELF_K_ELF) {
+            visit(elf_object(member.get(), label + "(" + name + ")"));
+        }
+        command = elf_next(member.get());
+    }
+}
+
+} // namespace
+
+elf_object::elf_object(Elf* elf, std::string label) : elf_(elf), label_(std::move(label)) {
+    GElf_Ehdr header;
+    if (gelf_getehdr(elf_, &header) == nullptr || elf_getshdrstrndx(elf_, &section_names_) != 0) {
+        throw failure(label_, "not a usable ELF file: " + libelf_error());
+    }
+    is_64_bit_ = gelf_getclass(elf_) == ELFCLASS64;
+    is_little_endian_ = header.e_ident[EI_DATA] == ELFDATA2LSB;
+    is_arm_ = header.e_machine == EM_ARM;
+    for (Elf_Scn* section = nullptr; (section = elf_nextscn(elf_, section)) != nullptr;) {
+        GElf_Shdr properties;
+        if (gelf_getshdr(section, &properties) != nullptr && properties.sh_type == SHT_SYMTAB) {
+            symbol_section_ = section;
+        }
+    }
+}
+
+std::vector<elf_symbol> elf_object::symbols() const {
+    std::vector<elf_symbol> symbols;
+    if (symbol_section_ == nullptr) {
+        return symbols;
+    }
+    GElf_Shdr table;
+    Elf_Data* const data = elf_getdata(symbol_section_, nullptr);
+    if (gelf_getshdr(symbol_section_, &table) == nullptr || data == nullptr || table.sh_entsize == 0) {
+        throw failure(label_, "damaged symbol table: " + libelf_error());
+    }
+    // Files of more than 65,279 sections have their symbols' section numbers in a table of its own.
+    Elf_Data* long_numbers = nullptr;
+    if (const int section = elf_scnshndx(symbol_section_); section > 0) {
+        long_numbers = elf_getdata(elf_getscn(elf_, static_cast<std::size_t>(section)), nullptr);
+    }
+    const std::size_t count = data->d_size / table.sh_entsize;
+    symbols.reserve(count);
+    for (std::size_t i = 1; i < count; ++i) {
+        GElf_Sym entry;
+        Elf32_Word section = 0;
+        if (gelf_getsymshndx(data, long_numbers, static_cast<int>(i), &entry, &section) == nullptr) {
+            throw failure(label_, "damaged symbol table: " + libelf_error());
+        }
+        const char* const text = elf_strptr(elf_, table.sh_link, entry.st_name);
+        if (text == nullptr) {
+            throw failure(label_, "damaged symbol table: " + libelf_error());
+        }
+        std::string_view name(text);
+        name = name.substr(0, name.find('@', 1)); // "f@@V1"; a name may begin with "@"
+        if (name.empty()) {
+            continue;
+        }
+        const bool is_function =
+            GELF_ST_TYPE(entry.st_info) == STT_FUNC || GELF_ST_TYPE(entry.st_info) == STT_GNU_IFUNC;
+        const symbol_kind kind = entry.st_shndx == SHN_UNDEF ? symbol_kind::undefined
+                                 : is_function               ? symbol_kind::function
+                                                             : symbol_kind::other;
+        const std::uint64_t thumb_bit = is_arm_ && is_function ? entry.st_value & 1U : 0; // marks the instruction set
+        if (entry.st_shndx != SHN_XINDEX) {
+            section = entry.st_shndx < SHN_LORESERVE ? entry.st_shndx : 0;
+        }
+        symbols.push_back(
+            {name, entry.st_value - thumb_bit, entry.st_size, section, kind, GELF_ST_BIND(entry.st_info) != STB_LOCAL});
+    }
+    return symbols;
+}
+
+std::string_view elf_object::section_name(std::uint32_t section) const {
+    GElf_Shdr properties;
+    if (section == 0 || gelf_getshdr(elf_getscn(elf_, section), &properties) == nullptr) {
+        return {};
+    }
+    const char* const name = elf_strptr(elf_, section_names_, properties.sh_name);
+    return name == nullptr ? std::string_view() : name;
+}
+
+// The name of a symbol by its index in the table, with its version.
+std::string_view elf_object::symbol_name(std::size_t index) const {
+    GElf_Shdr table;
+    GElf_Sym entry;
+    Elf_Data* const data = symbol_section_ == nullptr ? nullptr : elf_getdata(symbol_section_, nullptr);
+    const char* name = nullptr;
+    if (data != nullptr && index <= INT32_MAX && gelf_getshdr(symbol_section_, &table) != nullptr &&
+        gelf_getsym(data, static_cast<int>(index), &entry) != nullptr) {
+        name = elf_strptr(elf_, table.sh_link, entry.st_name);
+    }
+    if (name == nullptr) {
+        throw failure(label_, "damaged call graph profile: no symbol " + std::to_string(index));
+    }
+    return name;
+}
+
+std::vector<elf_call> elf_object::call_graph_profile() const {
+    struct old_entry {
+        std::uint32_t caller;
+        std::uint32_t callee;
+        std::uint64_t count;
+    };
+    std::vector<elf_call> calls;
+    for (Elf_Scn* section = nullptr; (section = elf_nextscn(elf_, section)) != nullptr;) {
+        GElf_Shdr properties;
+        if (gelf_getshdr(section, &properties) == nullptr ||
+            (properties.sh_type != call_graph_type && properties.sh_type != old_call_graph_type)) {
+            continue;
+        }
+        const bool is_old = properties.sh_entsize == sizeof(old_entry);
+        // libelf does not know the type, so it leaves the bytes as they are.
+        Elf_Data* const data = elf_rawdata(section, nullptr);
+        if (data == nullptr) {
+            throw failure(label_, "damaged call graph profile: " + libelf_error());
+        }
+        const auto* const bytes = static_cast<const unsigned char*>(data->d_buf);
+        const auto number = [&](std::size_t at, std::size_t size) {
+            std::uint64_t value = 0;
+            for (std::size_t i = 0; i < size; ++i) {
+                value = value << 8U | bytes[is_little_endian_ ? at + size - 1 - i : at + i];
+            }
+            return value;
+        };
+        if (is_old) {
+            for (std::size_t at = 0; at + sizeof(old_entry) <= data->d_size; at += sizeof(old_entry)) {
+                calls.push_back({symbol_name(number(at, 4)), symbol_name(number(at + 4, 4)), number(at + 8, 8)});
+            }
+            continue;
+        }
+        const std::size_t own_index = elf_ndxscn(section);
+        for (Elf_Scn* other = nullptr; (other = elf_nextscn(elf_, other)) != nullptr;) {
+            GElf_Shdr relocations;
+            if (gelf_getshdr(other, &relocations) == nullptr || relocations.sh_info != own_index ||
+                (relocations.sh_type != SHT_REL && relocations.sh_type != SHT_RELA)) {
+                continue;
+            }
+            Elf_Data* const entries = elf_getdata(other, nullptr);
+            const auto symbol_of = [&](std::size_t index) {
+                GElf_Rela with_addend;
+                GElf_Rel without;
+                if (relocations.sh_type == SHT_RELA && index <= INT32_MAX &&
+                    gelf_getrela(entries, static_cast<int>(index), &with_addend) != nullptr) {
+                    return symbol_name(GELF_R_SYM(with_addend.r_info));
+                }
+                if (relocations.sh_type == SHT_REL && index <= INT32_MAX &&
+                    gelf_getrel(entries, static_cast<int>(index), &without) != nullptr) {
+                    return symbol_name(GELF_R_SYM(without.r_info));
+                }
+                throw failure(label_, "damaged call graph profile: a call without its two functions");
+            };
+            for (std::size_t i = 0; (i + 1) * 8 <= data->d_size; ++i) {
+                calls.push_back({symbol_of(2 * i), symbol_of(2 * i + 1), number(8 * i, 8)});
+            }
+        }
+    }
+    return calls;
+}
+
+void visit_elf_objects(const std::string& path, const std::function<void(const elf_object&)>& visit) {
+    elf_version(EV_CURRENT);
+    const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (file < 0) {
+        throw failure(path, std::strerror(errno));
+    }
+    const std::unique_ptr<const int, void (*)(const int*)> closer(&file,
+                                                                  [](const int* open_file) { close(*open_file); });
+    const elf_handle elf(elf_begin(file, ELF_C_READ, nullptr));
+    if (elf == nullptr) {
+        throw failure(path, "cannot be read: " + libelf_error());
+    }
+    visit_members(elf.get(), file, path, visit);
+}
+
+void visit_elf_objects(std::string& bytes, const std::string& label,
+                       const std::function<void(const elf_object&)>& visit) {
+    elf_version(EV_CURRENT);
+    const elf_handle elf(elf_memory(bytes.data(), bytes.size()));
+    if (elf == nullptr) {
+        throw failure(label, "cannot be read: " + libelf_error());
+    }
+    visit_members(elf.get(), -1, label, visit);
+}

@@ -1,0 +1,78 @@
+// ELF files as far as the order of functions is concerned: symbols with their sections, in executables, shared libraries,
+// object files and archives, of 32 and 64 bits and both byte orders. Read with libelf.
+//
+// Format: "System V Application Binary Interface", chapters 4 and 5; archives as ar(5) describes them.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+using Elf = struct Elf;
+using Elf_Scn = struct Elf_Scn;
+
+/// What a symbol stands for.
+enum class symbol_kind {
+    function,  ///< code that this file defines
+    other,     ///< anything else that it defines: data, a section, a source file
+    undefined, ///< something that another file defines
+};
+
+/// A symbol. A version behind "@" is no part of its name.
+struct elf_symbol {
+    std::string_view name; ///< borrowed from the object
+    std::uint64_t address; ///< of a function's first byte; in object files counted from the start of the section
+    std::uint64_t size;    ///< in bytes; 0 where it is not known
+    std::uint32_t section; ///< index of the defining section; 0 for none
+    symbol_kind kind;
+    bool is_global; ///< visible to other files: global or weak
+};
+
+/// Calls between two functions as a compiler wrote them into an object file.
+struct elf_call {
+    std::string_view caller; ///< borrowed from the object
+    std::string_view callee; ///< borrowed from the object
+    std::uint64_t count;
+};
+
+/// An open ELF file or archive member.
+class elf_object {
+public:
+    /// Looks at an open ELF descriptor, which stays the caller's. `label` is its name in messages.
+    elf_object(Elf* elf, std::string label);
+
+    const std::string& label() const { return label_; }
+    bool is_64_bit() const { return is_64_bit_; }
+    bool is_little_endian() const { return is_little_endian_; }
+
+    /// Whether it has a symbol table; stripped files have at most that of the dynamic linker.
+    bool has_symbol_table() const { return symbol_section_ != nullptr; }
+    /// The symbols that have a name, in the order of the table; none without a symbol table. Throws `failure` for a
+    /// damaged table.
+    std::vector<elf_symbol> symbols() const;
+    /// The name of a section; empty when there is none of that index.
+    std::string_view section_name(std::uint32_t section) const;
+    /// clang's call graph profile, in file order; usually none. Throws `failure` for a damaged one.
+    std::vector<elf_call> call_graph_profile() const;
+
+private:
+    std::string_view symbol_name(std::size_t index) const;
+
+    Elf* elf_;
+    std::string label_;
+    bool is_64_bit_ = false;
+    bool is_little_endian_ = false;
+    bool is_arm_ = false;
+    std::size_t section_names_ = 0;     ///< index of the section with the names of sections
+    Elf_Scn* symbol_section_ = nullptr; ///< null: stripped
+};
+
+/// Visits an ELF file, or every ELF member of an archive. Throws `failure` for a file that cannot be read or is neither.
+void visit_elf_objects(const std::string& path, const std::function<void(const elf_object&)>& visit);
+
+/// The same for a file whose bytes are in memory; they must not be constant, since libelf may turn them to this machine's
+/// byte order.
+void visit_elf_objects(std::string& bytes, const std::string& label,
+                       const std::function<void(const elf_object&)>& visit);

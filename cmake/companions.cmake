@@ -1,0 +1,38 @@
+# The programs beside the tool, and what they share: ELF files, command lines, output files.
+find_package(CLI11 REQUIRED)
+find_package(PkgConfig REQUIRED)
+pkg_check_modules(libelf REQUIRED IMPORTED_TARGET libelf)
+
+add_library(ordwell_companion STATIC
+  binary/elf_file.cpp
+  binary/function_table.cpp
+  support/companion.cpp
+  support/output_file.cpp)
+target_link_libraries(ordwell_companion PUBLIC ordwell_core CLI11::CLI11 PkgConfig::libelf)
+target_compile_definitions(ordwell_companion PRIVATE ORDWELL_VERSION="${PROJECT_VERSION}")
+
+add_library(ordwell_import STATIC # what the fuzz targets run
+  import/call_table.cpp
+  import/callgrind.cpp
+  import/gmon.cpp
+  import/objects.cpp
+  import/pairs.cpp
+  import/perf.cpp
+  import/profile_format.cpp
+  import/profile_input.cpp
+  import/stacks.cpp)
+target_link_libraries(ordwell_import PUBLIC ordwell_companion)
+
+add_executable(ordwell-import import/main.cpp)
+target_link_libraries(ordwell-import PRIVATE ordwell_import)
+
+add_executable(ordwell-export
+  export/main.cpp
+  export/coff.cpp
+  export/gold.cpp
+  export/ld.cpp
+  export/linker_format.cpp
+  export/lld.cpp
+  export/macho.cpp
+  export/sections.cpp)
+target_link_libraries(ordwell-export PRIVATE ordwell_companion)

@@ -1,0 +1,23 @@
+// "objects": object files and archives into which clang -fprofile-use wrote how often functions call each other
+// (llvm-readobj --cg-profile shows it). The counts come from an earlier, instrumented run of the program.
+#include "import/profile_format.h"
+#include "support/companion.h"
+
+bool is_objects(std::string_view head) {
+    return head.starts_with("\177ELF") || head.starts_with("!<arch>\n") || head.starts_with("!<thin>\n");
+}
+
+void read_objects(profile_input& profile, call_table& calls) {
+    std::string bytes = profile.whole();
+    bool has_calls = false;
+    visit_elf_objects(bytes, profile.name(), [&](const elf_object& object) {
+        for (const elf_call& call : object.call_graph_profile()) {
+            const call_table::function from = calls.named(call.caller);
+            calls.add_call(from, calls.named(call.callee), call.count);
+            has_calls = true;
+        }
+    });
+    if (!has_calls) {
+        throw failure(profile.name(), "no call graph profile: compile with clang -fprofile-use, without -flto");
+    }
+}

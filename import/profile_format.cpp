@@ -1,0 +1,39 @@
+#include "import/profile_format.h"
+
+#include <array>
+#include <charconv>
+
+namespace {
+
+constexpr std::array<profile_format, 6> formats = {{
+    {"gmon", is_gmon, read_gmon},
+    {"objects", is_objects, read_objects},
+    {"callgrind", is_callgrind, read_callgrind},
+    {"pairs", is_pairs, read_pairs},
+    {"stacks", is_stacks, read_stacks},
+    {"perf", is_perf, read_perf},
+}};
+
+} // namespace
+
+std::span<const profile_format> profile_formats() {
+    return formats;
+}
+
+bool parse_count(std::string_view text, std::uint64_t& count) {
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), count);
+    return error == std::errc() && end == text.data() + text.size();
+}
+
+std::string_view first_line(std::string_view head) {
+    std::string_view line;
+    while (!head.empty()) {
+        line = take_line(head);
+        std::string_view words = line;
+        const std::string_view word = take_word(words);
+        if (!word.empty() && !word.starts_with('#')) {
+            return line;
+        }
+    }
+    return {};
+}

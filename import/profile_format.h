@@ -1,0 +1,53 @@
+// The profile formats: each is a file that reads a profile and yields calls, and a row in the table of profile_format.cpp.
+#pragma once
+
+#include "import/call_table.h"
+#include "import/profile_input.h"
+
+#include <cstdint>
+#include <span>
+#include <string_view>
+
+/// A profile format.
+struct profile_format {
+    const char* name; ///< as --format names it
+    /// Whether a profile that begins like this is of this format. Formats are asked in the order of their table.
+    bool (*recognises)(std::string_view head);
+    /// Enters the calls of a profile. Throws `failure` for one that does not keep to the format.
+    void (*read)(profile_input& profile, call_table& calls);
+};
+
+/// All formats, in the order in which a profile is tried.
+std::span<const profile_format> profile_formats();
+
+/// Helpers of text formats.
+
+/// Takes the first word, and the blanks and tabs around it, off the front of a text; empty when there is none.
+inline std::string_view take_word(std::string_view& text) {
+    constexpr std::string_view blanks = " \t\r";
+    text.remove_prefix(std::min(text.find_first_not_of(blanks), text.size()));
+    const std::string_view word = text.substr(0, text.find_first_of(blanks));
+    text.remove_prefix(word.size());
+    text.remove_prefix(std::min(text.find_first_not_of(blanks), text.size()));
+    return word;
+}
+
+/// Reads a whole text as a decimal number; false when it is none or exceeds 64 bits.
+bool parse_count(std::string_view text, std::uint64_t& count);
+
+/// The first line that says something: neither empty nor a comment that starts with "#".
+std::string_view first_line(std::string_view head);
+
+bool is_callgrind(std::string_view head);
+bool is_perf(std::string_view head);
+bool is_pairs(std::string_view head);
+bool is_stacks(std::string_view head);
+bool is_gmon(std::string_view head);
+bool is_objects(std::string_view head);
+
+void read_callgrind(profile_input& profile, call_table& calls);
+void read_perf(profile_input& profile, call_table& calls);
+void read_pairs(profile_input& profile, call_table& calls);
+void read_stacks(profile_input& profile, call_table& calls);
+void read_gmon(profile_input& profile, call_table& calls);
+void read_objects(profile_input& profile, call_table& calls);

@@ -1,0 +1,67 @@
+#include "import/profile_input.h"
+
+#include "support/companion.h"
+
+#include <cstdio>
+#include <sys/stat.h>
+
+profile_input::profile_input(const std::string& name, bool shows_progress)
+    : name_(name == "-" ? "standard input" : name),
+      blocks_(name == "-" ? dup(STDIN_FILENO) : open(name.c_str(), O_RDONLY | O_CLOEXEC)),
+      shows_progress_(shows_progress) {
+    if (!blocks_.is_open()) {
+        throw failure(name_, std::strerror(errno));
+    }
+    struct stat properties {};
+    if (fstat(blocks_.file(), &properties) == 0 && S_ISREG(properties.st_mode)) {
+        size_ = static_cast<std::uint64_t>(properties.st_size);
+    }
+    next_block();
+}
+
+profile_input::~profile_input() {
+    if (has_shown_) {
+        std::fprintf(stderr, "\r\033[K"); // to the start of the line, and clear it
+    }
+}
+
+bool profile_input::next_block() {
+    rest_ = blocks_.next();
+    if (blocks_.error() != 0) {
+        throw failure(name_, std::string("cannot be read: ") + std::strerror(blocks_.error()));
+    }
+    taken_ += rest_.size();
+    if (shows_progress_) {
+        show_progress();
+    }
+    return !rest_.empty();
+}
+
+// From the first second on, four times a second.
+void profile_input::show_progress() {
+    const auto now = std::chrono::steady_clock::now();
+    if (now - start_ < (has_shown_ ? std::chrono::milliseconds(250) : std::chrono::milliseconds(1000))) {
+        return;
+    }
+    start_ = now;
+    has_shown_ = true;
+    if (size_ != 0) {
+        std::fprintf(stderr, "\r%s: %3.0f %%", name_.c_str(),
+                     100.0 * static_cast<double>(taken_) / static_cast<double>(size_));
+    } else {
+        std::fprintf(stderr, "\r%s: %.0f MB", name_.c_str(), static_cast<double>(taken_) / 1e6);
+    }
+}
+
+std::string profile_input::whole() {
+    std::string bytes(rest_);
+    while (next_block()) {
+        bytes += rest_;
+    }
+    rest_ = {};
+    return bytes;
+}
+
+void profile_input::fail(const std::string& text) const {
+    throw failure(name_, line_number_, text);
+}

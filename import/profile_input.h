@@ -1,0 +1,53 @@
+// A profile as a stream of lines or as a whole, from a file or standard input, with the place for messages and the
+// progress for whoever waits at a terminal.
+#pragma once
+
+#include "support/line_blocks.h"
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+class profile_input {
+public:
+    /// Opens a profile; "-" is standard input. Throws `failure`.
+    profile_input(const std::string& name, bool shows_progress);
+    ~profile_input();
+
+    /// What messages call it.
+    const std::string& name() const { return name_; }
+    /// The first bytes, up to the end of some line; all of a file without line feeds.
+    std::string_view head() const { return rest_; }
+
+    /// Takes the next line, without its line feed; false at the end. Throws `failure` at a read error.
+    bool next_line(std::string_view& line) {
+        if (rest_.empty() && !next_block()) {
+            return false;
+        }
+        line = take_line(rest_);
+        ++line_number_;
+        return true;
+    }
+
+    /// Everything that was not taken yet. Throws `failure` at a read error.
+    std::string whole();
+
+    /// Ends the work because of the line that was taken last.
+    [[noreturn]] void fail(const std::string& text) const;
+
+private:
+    bool next_block();
+    void show_progress();
+
+    std::string name_;
+    line_blocks blocks_;
+    std::string_view rest_; ///< of the current block
+    std::size_t line_number_ = 0;
+    bool shows_progress_;
+    bool has_shown_ = false;
+    std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
+    std::uint64_t taken_ = 0; ///< bytes
+    std::uint64_t size_ = 0;  ///< bytes in all; 0 where that is not known
+};
