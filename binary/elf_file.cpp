@@ -44,7 +44,8 @@ void visit_members(Elf* elf, int file, const std::string& label, const std::func
         throw failure(label, "neither an ELF file nor an archive");
     }
     }
-    for (Elf_Cmd command = ELF_C_READ; command != ELF_C_NULL;) {
+    // What lies in memory is "mapped": the other command would read a file.
+    for (Elf_Cmd command = file < 0 ? ELF_C_READ_MMAP : ELF_C_READ; command != ELF_C_NULL;) {
         const elf_handle member(elf_begin(file, command, elf));
         if (member == nullptr) {
             return;

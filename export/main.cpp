@@ -159,8 +159,7 @@ int main(int argc, char** argv) {
     command_line
         .add_option("--objects", chosen.objects,
                     "Look up the functions' sections in this object, archive or list (@FILE); may be given repeatedly")
-        ->expected(1)
-        ->take_all()
+        ->allow_extra_args(false)
         ->option_text("FILE");
     command_line.add_option("-o,--output", chosen.output, "Write to this file instead of standard output")
         ->option_text("FILE");

@@ -65,11 +65,12 @@ void section_table::add(const std::string& path) {
     }
     visit_elf_objects(path, [this](const elf_object& object) {
         for (const elf_symbol& symbol : object.symbols()) {
-            if (symbol.kind != symbol_kind::function) {
+            const std::string_view section = object.section_name(symbol.section);
+            const bool is_assembly = symbol.kind == symbol_kind::other && section.starts_with(".text");
+            if (symbol.kind != symbol_kind::function && !is_assembly) {
                 continue;
             }
             std::vector<std::string>& known = sections_[std::string(symbol.name)];
-            const std::string_view section = object.section_name(symbol.section);
             if (!section.empty() && !is_shared(section) &&
                 std::find(known.begin(), known.end(), section) == known.end()) {
                 known.emplace_back(section);

@@ -31,6 +31,7 @@ struct symbol_place {
 // Splits "symbol+0xOFFSET (OBJECT)", whose offset and object may be missing.
 symbol_place parse_place(std::string_view text) {
     symbol_place place;
+    text.remove_prefix(std::min(text.find_first_not_of(' '), text.size()));
     while (text.ends_with(' ') || text.ends_with('\r')) {
         text.remove_suffix(1);
     }

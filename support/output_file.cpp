@@ -31,15 +31,15 @@ bool is_special(const std::string& name) {
 } // namespace
 
 output_file::output_file(const std::string& name) : name_(name) {
-    if (name.empty() || name == "-") {
-        name_ = "standard output";
+    if (name.empty() || name == "-" || name == "/dev/stdout") { // opened again, that would not go on where others wrote
+        name_ = name == "/dev/stdout" ? name : "standard output";
         file_ = STDOUT_FILENO;
         return;
     }
     struct stat existing {};
     const bool exists = stat(name.c_str(), &existing) == 0;
     if (is_special(name) || (exists && !S_ISREG(existing.st_mode))) {
-        file_ = open(name.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+        file_ = open(name.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC);
         if (file_ < 0) {
             fail("cannot be opened for writing");
         }

@@ -33,7 +33,7 @@ bool scratch_folder::has(const std::string& name) const {
 outcome scratch_folder::run(const std::string& command) const {
     const char* const elsewhere = std::getenv("ORDWELL_TOOL_COMMAND"); // set by scripts/test-elsewhere
     const std::string tool = elsewhere == nullptr ? ORDWELL_TOOL : elsewhere;
-    write(".command", "ordwell() { " + tool + " \"$@\"; }\n" + command);
+    write(".command", "ordwell() { " + tool + " \"$@\"; }\nPATH=\"" ORDWELL_BUILD ":$PATH\"\n" + command);
     const int status = std::system(("cd " + path_ + " && sh .command >.out 2>.err").c_str());
     return {WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status), read(".out"), read(".err")};
 }

@@ -21,7 +21,7 @@ public:
     void write(const std::string& name, const std::string& bytes) const;
     std::string read(const std::string& name) const;
     bool has(const std::string& name) const;
-    /// Runs a shell command in the folder. "ordwell" is the built tool.
+    /// Runs a shell command in the folder. "ordwell" is the built tool, and the companions are found by their names.
     outcome run(const std::string& command) const;
 
 private:
