@@ -105,6 +105,10 @@ public:
     /// Whether `line`, without its line feed, is an acceptable header: "caller","callee","weight".
     bool verify_csv_header(std::string& line);
 
+    /// The calls as read, for whoever wants no more than that; null once the graph has another form. Valid as long as
+    /// the graph keeps its form and nothing is added.
+    const call_profile* profile() const { return is_as_read() ? profile_.get() : nullptr; }
+
     // Merging (ORDWELL/pettis_hansen_merge.cpp).
 
     /// Merges until no edge is left, and sets `merged`. `orig` is the copy of this graph as read. Fast (see

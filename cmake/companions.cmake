@@ -1,5 +1,6 @@
 # The programs beside the tool, and what they share: ELF files, command lines, output files.
 find_package(CLI11 REQUIRED)
+find_package(nlohmann_json REQUIRED)
 find_package(PkgConfig REQUIRED)
 pkg_check_modules(libelf REQUIRED IMPORTED_TARGET libelf)
 
@@ -36,3 +37,20 @@ add_executable(ordwell-export
   export/macho.cpp
   export/sections.cpp)
 target_link_libraries(ordwell-export PRIVATE ordwell_companion)
+
+set(page_header ${CMAKE_BINARY_DIR}/companions/report/page_html.h)
+add_custom_command(OUTPUT ${page_header}
+  COMMAND ${CMAKE_COMMAND} -D INPUT=${CMAKE_SOURCE_DIR}/report/page.html -D OUTPUT=${page_header} -D NAME=page_html
+          -P ${CMAKE_SOURCE_DIR}/cmake/embed.cmake
+  DEPENDS report/page.html cmake/embed.cmake
+  VERBATIM)
+add_executable(ordwell-report
+  report/main.cpp
+  report/called_code.cpp
+  report/figures.cpp
+  report/page.cpp
+  report/placement.cpp
+  report/text.cpp
+  ${page_header})
+target_link_libraries(ordwell-report PRIVATE ordwell_companion nlohmann_json::nlohmann_json)
+target_include_directories(ordwell-report PRIVATE ${CMAKE_BINARY_DIR}/companions)
