@@ -21,7 +21,7 @@ protected:
             falls() {
                 order=$1 binary=$2; shift 2
                 nm "$@" | awk 'NF > 1 && $(NF - 1) ~ /^[tTwW]$/ { print $NF }' | sort -u >defined
-                nm -n "$binary" | awk '$2 ~ /^[tTwW]$/ && !seen[$3]++ { print $3, $1 }' >addresses
+                nm -n "$binary" | awk '$2 ~ /^[tTwW]$/ && !seen[$3]++ { print $3, "x" $1 }' >addresses
                 sed 's/^--preferred_order="//; s/"$//' "$order" | awk '
                     FILENAME == "defined" { defined[$1] = 1; next }
                     FILENAME == "addresses" { address[$1] = $2; next }
