@@ -119,11 +119,21 @@ void measure_space(std::span<const extent> places, figures& result) {
     result.pages_2m = count_blocks(places, huge_page);
 }
 
-void add(std::optional<double>& sum, const std::optional<double>& value) {
-    if (value.has_value()) {
-        sum = sum.value_or(0) + *value / random_orders;
+/// The sum of a figure over the random orders, divided only at the end, so that whole numbers stay whole.
+class mean {
+public:
+    void add(const std::optional<double>& value) {
+        if (value.has_value()) {
+            sum_ = sum_.value_or(0) + *value;
+        }
     }
-}
+    std::optional<double> value() const {
+        return sum_.has_value() ? std::optional(*sum_ / random_orders) : std::nullopt;
+    }
+
+private:
+    std::optional<double> sum_;
+};
 
 } // namespace
 
@@ -140,7 +150,8 @@ figures measure(const called_code& code) {
 
 figures measure_random(const called_code& code, std::uint64_t seed) {
     constexpr std::uint64_t alignment = 16;
-    figures mean;
+    figures layout;
+    std::array<mean, 7> means;
     std::vector<std::uint32_t> order(code.functions.size());
     std::vector<extent> by_number(code.functions.size());
     std::vector<extent> by_address(code.functions.size());
@@ -157,21 +168,18 @@ figures measure_random(const called_code& code, std::uint64_t seed) {
             by_number[order[place]] = by_address[place] = {address, size};
             address = (address + size + alignment - 1) / alignment * alignment;
         }
-        figures layout;
+        layout = {};
         measure_space(by_address, layout);
         measure_calls(by_number, code.calls, layout);
-        mean.functions = layout.functions;
-        mean.bytes = layout.bytes;
-        mean.calls = layout.calls;
-        mean.pages_4k += layout.pages_4k / random_orders;
-        mean.blocks_64k += layout.blocks_64k / random_orders;
-        mean.pages_2m += layout.pages_2m / random_orders;
-        add(mean.mean_distance, layout.mean_distance);
-        add(mean.median_distance, layout.median_distance);
-        add(mean.same_page, layout.same_page);
-        add(mean.same_64k, layout.same_64k);
+        const std::optional<double> values[] = {layout.pages_4k,      layout.blocks_64k,      layout.pages_2m,
+                                                layout.mean_distance, layout.median_distance, layout.same_page,
+                                                layout.same_64k};
+        for (std::size_t figure = 0; figure < means.size(); ++figure) {
+            means[figure].add(values[figure]);
+        }
     }
-    return mean;
+    return {layout.functions,  layout.bytes,     layout.calls,     *means[0].value(), *means[1].value(),
+            *means[2].value(), means[3].value(), means[4].value(), means[5].value(),  means[6].value()};
 }
 
 namespace {
