@@ -12,7 +12,8 @@ add_library(ordwell_companion STATIC
 target_link_libraries(ordwell_companion PUBLIC ordwell_core CLI11::CLI11 PkgConfig::libelf)
 target_compile_definitions(ordwell_companion PRIVATE ORDWELL_VERSION="${PROJECT_VERSION}")
 
-add_library(ordwell_import STATIC # what the fuzz targets run
+# Each companion is a library and its main: the fuzz targets run the libraries.
+add_library(ordwell_import STATIC
   import/call_table.cpp
   import/callgrind.cpp
   import/gmon.cpp
@@ -27,8 +28,7 @@ target_link_libraries(ordwell_import PUBLIC ordwell_companion)
 add_executable(ordwell-import import/main.cpp)
 target_link_libraries(ordwell-import PRIVATE ordwell_import)
 
-add_executable(ordwell-export
-  export/main.cpp
+add_library(ordwell_export STATIC
   export/coff.cpp
   export/gold.cpp
   export/ld.cpp
@@ -36,7 +36,10 @@ add_executable(ordwell-export
   export/lld.cpp
   export/macho.cpp
   export/sections.cpp)
-target_link_libraries(ordwell-export PRIVATE ordwell_companion)
+target_link_libraries(ordwell_export PUBLIC ordwell_companion)
+
+add_executable(ordwell-export export/main.cpp)
+target_link_libraries(ordwell-export PRIVATE ordwell_export)
 
 set(page_header ${CMAKE_BINARY_DIR}/companions/report/page_html.h)
 add_custom_command(OUTPUT ${page_header}
@@ -44,13 +47,15 @@ add_custom_command(OUTPUT ${page_header}
           -P ${CMAKE_SOURCE_DIR}/cmake/embed.cmake
   DEPENDS report/page.html cmake/embed.cmake
   VERBATIM)
-add_executable(ordwell-report
-  report/main.cpp
+add_library(ordwell_report STATIC
   report/called_code.cpp
   report/figures.cpp
   report/page.cpp
   report/placement.cpp
   report/text.cpp
   ${page_header})
-target_link_libraries(ordwell-report PRIVATE ordwell_companion nlohmann_json::nlohmann_json)
-target_include_directories(ordwell-report PRIVATE ${CMAKE_BINARY_DIR}/companions)
+target_link_libraries(ordwell_report PUBLIC ordwell_companion nlohmann_json::nlohmann_json)
+target_include_directories(ordwell_report PRIVATE ${CMAKE_BINARY_DIR}/companions)
+
+add_executable(ordwell-report report/main.cpp)
+target_link_libraries(ordwell-report PRIVATE ordwell_report)

@@ -9,30 +9,8 @@
 
 #include <map>
 #include <sstream>
-#include <sys/mman.h>
-#include <unistd.h>
 
 namespace {
-
-/// The bytes as a file that can be opened by name.
-class memory_file {
-public:
-    explicit memory_file(std::string_view bytes) : file_(memfd_create("fuzz", 0)) {
-        require(write(file_, bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size()), "write");
-    }
-    ~memory_file() { close(file_); }
-    memory_file(const memory_file&) = delete;
-    memory_file& operator=(const memory_file&) = delete;
-
-    std::string path() const { return "/proc/self/fd/" + std::to_string(file_); }
-    std::string bytes() const {
-        std::ifstream file(path(), std::ios::binary);
-        return {std::istreambuf_iterator<char>(file), {}};
-    }
-
-private:
-    int file_;
-};
 
 using function_order = PETTIS_HANSEN_GRAPH::function_order;
 

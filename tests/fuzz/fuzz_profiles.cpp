@@ -1,0 +1,76 @@
+// Fuzz target: text profiles through ordwell-import. The first byte chooses the format, or to find it by content.
+//
+// Whatever the profile, the result is a clear failure or a CSV that ordwell reads without a complaint, with no pair of
+// functions twice.
+#include "DIAG/diag.h"
+#include "ORDWELL/pettis_hansen.h"
+#include "import/profile_format.h"
+#include "support/companion.h"
+#include "tests/fuzz/fuzz.h"
+
+#include <set>
+
+namespace {
+
+constexpr const char* text_formats[] = {"callgrind", "perf", "pairs", "stacks"};
+
+const profile_format* format_of(unsigned char choice, std::string_view head) {
+    for (const profile_format& format : profile_formats()) {
+        const bool is_wanted =
+            choice % 5 == 4 ? format.recognises(head) : std::string_view(text_formats[choice % 5]) == format.name;
+        if (is_wanted) {
+            return &format;
+        }
+    }
+    return nullptr;
+}
+
+void check(unsigned char choice, std::string_view bytes) {
+    const memory_file input(bytes);
+    const memory_file output("");
+    try {
+        std::vector<std::string> objects;
+        if (choice / 5 % 2 == 1) {
+            objects = {"app"};
+        }
+        call_table calls(nullptr, objects);
+        profile_input profile(input.path(), false);
+        const profile_format* const format = format_of(choice, profile.head());
+        if (format == nullptr) {
+            return;
+        }
+        format->read(profile, calls);
+        calls.end_profile(profile.name());
+        output_file out(output.path());
+        calls.write(out);
+        out.finish();
+    } catch (const failure& error) {
+        require(*error.what() != '\0', "a failure says why");
+        return;
+    }
+    DIAGNOSTIC::error_count_m = 0;
+    std::string path = output.path();
+    PETTIS_HANSEN_GRAPH graph;
+    graph.read(path);
+    require(DIAGNOSTIC::error_count_m == 0, "ordwell reads the rows");
+    const std::string text = output.bytes();
+    std::string_view rows = text;
+    std::set<std::string_view> pairs;
+    take_line(rows);
+    while (!rows.empty()) {
+        const std::string_view row = take_line(rows);
+        require(!row.starts_with('"'), "no row is skipped");
+        require(pairs.insert(row.substr(0, row.rfind(','))).second, "every pair has one row");
+    }
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t size) {
+    static FILE* const nowhere = DIAGNOSTIC::fp_m = std::fopen("/dev/null", "w");
+    require(nowhere != nullptr, "/dev/null");
+    if (size > 0) {
+        check(data[0], {reinterpret_cast<const char*>(data + 1), size - 1});
+    }
+    return 0;
+}
