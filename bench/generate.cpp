@@ -3,8 +3,11 @@
 //   generate FUNCTIONS ROWS csv    > graph.csv     the tool's own input
 //   generate FUNCTIONS ROWS pairs  > graph.txt     the same calls as "caller callee count" lines, the
 //                                                  form in which a linker takes a call graph
+//   generate FUNCTIONS ROWS shuffled > graph.csv   its own input with the rows in random order
 //   generate FUNCTIONS ROWS asm    > functions.s   one section a function, so that a linker has
 //                                                  something to order
+//   generate FUNCTIONS ROWS callgrind|perf|stacks  the same calls as profilers tell them, for ordwell-import;
+//                                                  some ten cost lines a call, as real files have
 //
 // The shape follows real programs: functions live in modules of 200; 60% of the calls stay inside the
 // caller's module, 30% go to popular callees (allocators, loggers, reference counts) that a power law
@@ -18,6 +21,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace {
 
@@ -83,13 +88,72 @@ void write_assembly(std::uint64_t functions) {
     }
 }
 
-void write_calls(std::uint64_t functions, std::uint64_t rows, char separator) {
+/// A call of the graph.
+struct call {
+    std::uint64_t caller;
+    std::uint64_t callee;
+    std::uint64_t count;
+};
+
+std::vector<call> make_calls(std::uint64_t functions, std::uint64_t rows) {
+    std::vector<call> calls;
+    calls.reserve(rows);
     random_source random(1);
     for (std::uint64_t row = 0; row < rows; ++row) {
         const std::uint64_t caller = row * functions / rows;
         const std::uint64_t callee = callee_of(caller, functions, random);
-        std::printf("%s%c%s%c%llu\n", function_name(caller).c_str(), separator, function_name(callee).c_str(),
-                    separator, static_cast<unsigned long long>(call_count(random)));
+        calls.push_back({caller, callee, call_count(random)});
+    }
+    return calls;
+}
+
+void shuffle(std::vector<call>& calls) {
+    random_source random(2);
+    for (std::size_t left = calls.size(); left > 1; --left) {
+        std::swap(calls[left - 1], calls[random.below(left)]);
+    }
+}
+
+void write_calls(std::uint64_t functions, const std::vector<call>& calls, const std::string& form) {
+    std::uint64_t last = UINT64_MAX;       // the caller of the call before
+    std::vector<bool> is_known(functions); // whether callgrind's number of the function is defined
+    const auto specification = [&](std::uint64_t function) {
+        std::string text = "(" + std::to_string(function) + ")";
+        if (!is_known[function]) {
+            is_known[function] = true;
+            text += " " + function_name(function);
+        }
+        return text;
+    };
+    if (form == "callgrind") {
+        std::puts("# callgrind format\nversion: 1\npositions: line\nevents: Ir\nob=(1) /usr/bin/app");
+    } else if (form == "csv" || form == "shuffled") {
+        std::puts("\"caller\",\"callee\",\"weight\"");
+    }
+    for (const call& c : calls) {
+        const std::string caller = function_name(c.caller);
+        const std::string callee = function_name(c.callee);
+        const auto count = static_cast<unsigned long long>(c.count);
+        if (form == "pairs") {
+            std::printf("%s %s %llu\n", caller.c_str(), callee.c_str(), count);
+        } else if (form == "stacks") {
+            std::printf("main;%s;%s %llu\n", caller.c_str(), callee.c_str(), count);
+        } else if (form == "perf") {
+            std::printf("app 10606  1570.842829:     250000 cpu-clock: \n\t            1253 %s+0x3 (/usr/bin/app)\n"
+                        "\t            12b2 %s+0x22 (/usr/bin/app)\n\n",
+                        callee.c_str(), caller.c_str());
+        } else if (form == "callgrind") {
+            if (c.caller != last) {
+                std::printf("\nfl=(%llu) f.c\nfn=%s\n16 400\n", static_cast<unsigned long long>(c.caller / 200),
+                            specification(c.caller).c_str());
+                last = c.caller;
+            }
+            std::printf("+3 4\n+1 12\n* 7\n+2 31\n-1 4\n+14 120\n+1 1\n-12 16\n+2 8\n+3 44\n+1 4\ncfn=%s\ncalls=%llu "
+                        "50\n* 800\n",
+                        specification(c.callee).c_str(), count);
+        } else {
+            std::printf("%s,%s,%llu\n", caller.c_str(), callee.c_str(), count);
+        }
     }
 }
 
@@ -99,17 +163,19 @@ int main(int argc, char** argv) {
     const std::uint64_t functions = argc > 1 ? std::strtoull(argv[1], nullptr, 10) : 0;
     const std::uint64_t rows = argc > 2 ? std::strtoull(argv[2], nullptr, 10) : 0;
     const std::string form = argc > 3 ? argv[3] : "";
-    if (functions == 0 || rows == 0 || (form != "csv" && form != "pairs" && form != "asm")) {
-        std::fprintf(stderr, "usage: %s FUNCTIONS ROWS csv|pairs|asm\n", argv[0]);
+    const std::string forms = " csv shuffled pairs asm callgrind perf stacks ";
+    if (functions == 0 || rows == 0 || form.empty() || forms.find(" " + form + " ") == std::string::npos) {
+        std::fprintf(stderr, "usage: %s FUNCTIONS ROWS csv|shuffled|pairs|asm|callgrind|perf|stacks\n", argv[0]);
         return 2;
     }
     if (form == "asm") {
         write_assembly(functions);
     } else {
-        if (form == "csv") {
-            std::puts("\"caller\",\"callee\",\"weight\"");
+        std::vector<call> calls = make_calls(functions, rows);
+        if (form == "shuffled") {
+            shuffle(calls);
         }
-        write_calls(functions, rows, form == "csv" ? ',' : ' ');
+        write_calls(functions, calls, form);
     }
     return std::fflush(stdout) == 0 ? 0 : 1;
 }

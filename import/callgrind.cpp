@@ -17,10 +17,10 @@
 // a call's line is in the caller, and the target of "calls=" is the callee's.
 #include "import/profile_format.h"
 
+#include <boost/unordered/unordered_flat_map.hpp>
+
 #include <charconv>
-#include <deque>
 #include <optional>
-#include <unordered_map>
 
 namespace {
 
@@ -32,18 +32,18 @@ public:
         std::uint32_t number = 0;
         const std::size_t bracket = text.starts_with('(') ? text.find(')') : std::string_view::npos;
         if (bracket == std::string_view::npos || !parse_number(text.substr(1, bracket - 1), number)) {
-            return add(text);
+            return names_.find_or_add(text);
         }
         text.remove_prefix(bracket + 1);
         text.remove_prefix(std::min(text.find_first_not_of(' '), text.size()));
         if (!text.empty()) {
-            return by_number_[number] = add(text);
+            return by_number_[number] = names_.find_or_add(text);
         }
         const auto known = by_number_.find(number);
         return known == by_number_.end() ? std::nullopt : std::optional(known->second);
     }
 
-    const std::string& name(std::uint32_t place) const { return *names_[place]; }
+    std::string_view name(std::uint32_t place) const { return names_.name(place); }
 
     /// Forgets the numbers, which the next part defines anew.
     void start_part() { by_number_.clear(); }
@@ -54,17 +54,8 @@ private:
         return error == std::errc() && end == text.data() + text.size();
     }
 
-    std::uint32_t add(std::string_view name) {
-        const auto [entry, is_new] = by_name_.emplace(name, static_cast<std::uint32_t>(names_.size()));
-        if (is_new) {
-            names_.push_back(&entry->first);
-        }
-        return entry->second;
-    }
-
-    std::unordered_map<std::uint32_t, std::uint32_t> by_number_;
-    std::unordered_map<std::string, std::uint32_t> by_name_;
-    std::deque<const std::string*> names_; ///< the keys of by_name_
+    boost::unordered_flat_map<std::uint32_t, std::uint32_t> by_number_;
+    call_profile names_; ///< numbers them by place
 };
 
 /// The name without the mark of a recursion level, "fib'2".
@@ -108,11 +99,6 @@ private:
     struct located {
         std::uint32_t function;
         std::uint32_t object;
-        bool operator==(const located&) const = default;
-    };
-    struct located_hash {
-        std::size_t operator()(const located& l) const { return std::hash<std::uint64_t>()(key(l)); }
-        static std::uint64_t key(const located& l) { return std::uint64_t{l.function} << 32U | l.object; }
     };
 
     void start_part() {
@@ -228,7 +214,7 @@ private:
 
     // The number under which a function is counted; `address` is one in it, where the profile has addresses.
     call_table::function number_of(const located& l, std::uint64_t address) {
-        const auto [entry, is_new] = numbers_.emplace(l, call_table::unknown);
+        const auto [entry, is_new] = numbers_.emplace(std::uint64_t{l.function} << 32U | l.object, call_table::unknown);
         if (is_new) {
             const std::string_view name = without_recursion(functions_.name(l.function));
             if (l.object != no_object && !calls_.is_wanted_object(objects_.name(l.object))) {
@@ -249,7 +235,7 @@ private:
     name_space objects_;
     name_space files_;
     name_space functions_;
-    std::unordered_map<located, call_table::function, located_hash> numbers_;
+    boost::unordered_flat_map<std::uint64_t, call_table::function> numbers_; ///< by place of function and object
     bool has_addresses_ = false;
     std::uint64_t address_ = 0; ///< of the last cost line
 

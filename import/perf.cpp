@@ -169,7 +169,7 @@ private:
             take_address(text);
             if (const std::size_t frame_end = text.rfind(") "); frame_end != std::string_view::npos) {
                 add_frame(text.substr(0, frame_end + 1));
-                text.remove_prefix(text.find_first_not_of(' ', frame_end + 1));
+                text.remove_prefix(std::min(text.find_first_not_of(' ', frame_end + 1), text.size()));
             }
         }
         std::size_t slash = text.find('/');

@@ -24,11 +24,21 @@ std::span<const profile_format> profile_formats();
 
 /// Takes the first word, and the blanks and tabs around it, off the front of a text; empty when there is none.
 inline std::string_view take_word(std::string_view& text) {
-    constexpr std::string_view blanks = " \t\r";
-    text.remove_prefix(std::min(text.find_first_not_of(blanks), text.size()));
-    const std::string_view word = text.substr(0, text.find_first_of(blanks));
-    text.remove_prefix(word.size());
-    text.remove_prefix(std::min(text.find_first_not_of(blanks), text.size()));
+    const auto is_blank = [](char c) { return c == ' ' || c == '\t' || c == '\r'; };
+    std::size_t start = 0;
+    while (start < text.size() && is_blank(text[start])) {
+        ++start;
+    }
+    std::size_t end = start;
+    while (end < text.size() && !is_blank(text[end])) {
+        ++end;
+    }
+    std::size_t next = end;
+    while (next < text.size() && is_blank(text[next])) {
+        ++next;
+    }
+    const std::string_view word = text.substr(start, end - start);
+    text.remove_prefix(next);
     return word;
 }
 
