@@ -228,7 +228,8 @@ std::vector<distance_share> distance_curve(const called_code& code) {
     std::uint64_t reached = 0;
     std::size_t next = 0;
     for (double limit = 16; next < distances.size(); limit *= std::sqrt(2.0)) {
-        const auto distance = static_cast<std::uint64_t>(std::lround(limit));
+        constexpr double beyond = 18446744073709551616.0; // 2^64
+        const std::uint64_t distance = limit < beyond ? static_cast<std::uint64_t>(limit) : UINT64_MAX;
         for (; next < distances.size() && distances[next].first <= distance; ++next) {
             reached += distances[next].second;
         }

@@ -72,7 +72,8 @@ std::vector<std::string> sentences(const report_result& result) {
     for (const change& c : changes) {
         text += &c == changes.data() ? ": " : ", ";
         text += c.row->title;
-        text += " " + formatted("%+.0f", c.percent) + " %";
+        // -99.7 % is not -100 %.
+        text += " " + formatted(std::abs(c.percent) < 99 ? "%+.0f" : "%+.1f", c.percent) + " %";
     }
     all.push_back(text + (changes.empty() ? " nothing changed." : "."));
     return all;
