@@ -9,7 +9,7 @@
 
 namespace {
 
-constexpr std::size_t batch_rows = 64; // rows whose memory accesses overlap
+constexpr std::size_t batch_rows = 24; // rows whose memory accesses overlap; more would not fit the first-level cache
 
 std::uint32_t hash_of_name(std::string_view name) {
     const std::uint64_t hash = std::hash<std::string_view>()(name); // of 32 bits on some machines
@@ -31,24 +31,24 @@ void hash_index::place(slot entry) {
 
 void hash_index::insert(std::uint32_t hash, std::uint32_t number) {
     if (is_full()) {
-        grow();
+        reserve(size_ + 1);
     }
     place({hash, number});
 }
 
 void hash_index::reserve(std::size_t count) {
-    while (count >= slots_.size() / 4 * 3) {
-        grow();
+    std::size_t slot_count = slots_.size();
+    while (count >= slot_count / 4 * 3) {
+        slot_count *= 2;
     }
-}
-
-void hash_index::grow() {
-    rebuild(slots_.size() * 2, [](std::uint32_t, std::uint32_t) { return true; });
+    if (slot_count != slots_.size()) {
+        rebuild(slot_count, [](std::uint32_t, std::uint32_t) { return true; });
+    }
 }
 
 call_profile::call_profile(const call_profile& other)
     : name_index_(other.name_index_), edges_(other.edges_), pair_index_(other.pair_index_),
-      has_weightless_edge_(other.has_weightless_edge_) {
+      has_pair_index_(other.has_pair_index_), has_weightless_edge_(other.has_weightless_edge_) {
     names_.reserve(other.names_.size());
     for (const std::string_view name : other.names_) {
         append_name(name);
@@ -80,9 +80,45 @@ std::uint32_t call_profile::find_or_add_hashed(std::string_view name, std::uint3
     }
     internal_assert(names_.size() < no_index, "ORDWELL/call_profile", "find_or_add", "function count < 4294967295");
     const std::uint32_t added = function_count();
+    if (names_.size() == names_.capacity()) {
+        names_.reserve(grown(names_.size(), earlier_names_));
+    }
     append_name(name);
+    if (name_index_.is_full()) {
+        name_index_.reserve(grown(names_.size(), earlier_names_));
+    }
     name_index_.insert(hash, added);
     return added;
+}
+
+void call_profile::begin_input() {
+    expected_growth_ = 1;
+    earlier_names_ = names_.size();
+    earlier_edges_ = edges_.size();
+}
+
+std::size_t call_profile::grown(std::size_t size, std::size_t earlier) const {
+    constexpr double margin = 1.02;
+    const auto now = static_cast<double>(size);
+    const double expected = now + static_cast<double>(size - earlier) * (expected_growth_ * margin - 1);
+    const double least = expected_growth_ > 1 ? 1.25 : 2;
+    return static_cast<std::size_t>(std::clamp(expected, now * least, now * 8)) + 16;
+}
+
+hash_index call_profile::take_pair_index() {
+    if (!has_pair_index_) {
+        index_pairs();
+    }
+    has_pair_index_ = false;
+    return std::exchange(pair_index_, hash_index());
+}
+
+void call_profile::index_pairs() {
+    pair_index_.reserve(edges_.size());
+    for (std::uint32_t number = 0; number < edges_.size(); ++number) {
+        pair_index_.insert(hash_of_pair(edges_[number].first, edges_[number].second), number);
+    }
+    has_pair_index_ = true;
 }
 
 void call_profile::add_edge(std::uint32_t caller, std::uint32_t callee, std::uint32_t weight) {
@@ -92,6 +128,9 @@ void call_profile::add_edge(std::uint32_t caller, std::uint32_t callee, std::uin
 void call_profile::add_edge_hashed(std::uint32_t caller, std::uint32_t callee, std::uint32_t weight,
                                    std::uint32_t hash) {
     has_weightless_edge_ |= weight == 0;
+    if (!has_pair_index_) {
+        index_pairs();
+    }
     const std::uint32_t found = pair_index_.find(hash, [&](std::uint32_t number) {
         const call_edge& edge = edges_[number];
         return (edge.first == caller && edge.second == callee) || (edge.first == callee && edge.second == caller);
@@ -101,6 +140,12 @@ void call_profile::add_edge_hashed(std::uint32_t caller, std::uint32_t callee, s
         return;
     }
     internal_assert(edges_.size() < no_index, "ORDWELL/call_profile", "add_edge", "edge count < 4294967295");
+    if (edges_.size() == edges_.capacity()) {
+        edges_.reserve(grown(edges_.size(), earlier_edges_));
+    }
+    if (pair_index_.is_full()) {
+        pair_index_.reserve(grown(edges_.size(), earlier_edges_));
+    }
     pair_index_.insert(hash, static_cast<std::uint32_t>(edges_.size()));
     edges_.push_back({caller, callee, weight});
 }
@@ -118,24 +163,28 @@ void call_profile::add_rows(std::span<const call_row> rows) {
         rows = rows.subspan(batch.size());
 
         for (std::size_t i = 0; i < batch.size(); ++i) {
-            // Profiles are grouped by caller: the last caller is often the next.
+            // Profiles are often grouped by caller: then the last caller is the next.
             const bool same_caller = i > 0 && batch[i].caller == batch[i - 1].caller;
             resolved[i].caller_hash = same_caller ? resolved[i - 1].caller_hash : hash_of_name(batch[i].caller);
             resolved[i].callee_hash = hash_of_name(batch[i].callee);
             name_index_.prefetch(resolved[i].caller_hash);
             name_index_.prefetch(resolved[i].callee_hash);
         }
+        const auto prefetch_entry = [&](std::uint32_t function) {
+            __builtin_prefetch(&names_[function]);
+            return true;
+        };
+        const auto prefetch_bytes = [&](std::uint32_t function) {
+            __builtin_prefetch(names_[function].data());
+            return true;
+        };
         for (std::size_t i = 0; i < batch.size(); ++i) {
-            name_index_.find(resolved[i].callee_hash, [&](std::uint32_t function) {
-                __builtin_prefetch(&names_[function]);
-                return true;
-            });
+            name_index_.find(resolved[i].caller_hash, prefetch_entry);
+            name_index_.find(resolved[i].callee_hash, prefetch_entry);
         }
         for (std::size_t i = 0; i < batch.size(); ++i) {
-            name_index_.find(resolved[i].callee_hash, [&](std::uint32_t function) {
-                __builtin_prefetch(names_[function].data());
-                return true;
-            });
+            name_index_.find(resolved[i].caller_hash, prefetch_bytes);
+            name_index_.find(resolved[i].callee_hash, prefetch_bytes);
         }
         for (std::size_t i = 0; i < batch.size(); ++i) {
             const bool same_caller = i > 0 && batch[i].caller == batch[i - 1].caller;

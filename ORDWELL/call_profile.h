@@ -11,9 +11,16 @@
 //     edges   0 (main, f, 10)   1 (f, g, 5)
 //
 // An index slot is 8 bytes, a 32-bit hash and a number; only where the hash fits is the name or the edge itself
-// looked at. An index doubles when it is three quarters full; the hash's top bits are the slot, so growing
-// walks both arrays once from front to back.
+// looked at. An index grows when it is three quarters full; the hash's top bits are the slot, so growing walks both
+// arrays once from front to back.
+//
+// How large everything becomes is guessed from the file: a reader that has seen a tenth of it tells
+// expect_growth(10). A
+// guess may be wrong, and a hostile file may provoke it, so an array grows at most eightfold at a time, and only when it
+// is full: one pair in a million rows never makes it grow.
 #pragma once
+
+#include "support/huge_pages.h"
 
 #include <bit>
 #include <cstdint>
@@ -74,7 +81,7 @@ public:
     /// Makes room for `count` numbers in all.
     void reserve(std::size_t count);
 
-    /// Whether the next insert() will double the table. Entries that became useless can be dropped before.
+    /// Whether the next insert() will make the table grow. Entries that became useless can be dropped before.
     bool is_full() const { return size_ >= slots_.size() / 4 * 3; }
 
     /// Drops every entry for which `is_useful(hash, number)` does not hold, and doubles the table if more than half of
@@ -83,7 +90,7 @@ public:
     void make_room(Predicate is_useful) {
         rebuild(slots_.size(), is_useful);
         if (size_ > slots_.size() / 2) {
-            grow();
+            reserve(slots_.size() / 4 * 3);
         }
     }
 
@@ -96,12 +103,10 @@ private:
     std::size_t mask() const { return slots_.size() - 1; }
     void place(slot entry);
 
-    void grow();
-
     // Moves the useful entries into a new table of `slot_count` slots.
     template <typename Predicate>
     void rebuild(std::size_t slot_count, Predicate is_useful) {
-        const std::vector<slot> old = std::exchange(slots_, std::vector<slot>(slot_count));
+        const huge_vector<slot> old = std::exchange(slots_, huge_vector<slot>(slot_count));
         shift_ = 32 - static_cast<unsigned int>(std::countr_zero(slot_count));
         size_ = 0;
         for (const slot& entry : old) {
@@ -111,7 +116,7 @@ private:
         }
     }
 
-    std::vector<slot> slots_; ///< a power of two of them, at most 2^32
+    huge_vector<slot> slots_; ///< a power of two of them, at most 2^32
     unsigned int shift_;      ///< 32 minus the binary logarithm of the number of slots
     std::size_t size_ = 0;    ///< slots in use
 };
@@ -144,8 +149,9 @@ public:
     /// The edges in the order of their creation.
     std::span<const call_edge> edges() const { return edges_; }
 
-    /// The index from pairs of functions, under hash_of_pair(), to edges.
-    const hash_index& pairs() const { return pair_index_; }
+    /// Gives away the index from pairs of functions, under hash_of_pair(), to edges. The profile stays as it is; adding an
+    /// edge to it will cost another index.
+    hash_index take_pair_index();
 
     /// Adds `weight` to the edge between two different functions, creating it at the back when there is none.
     void add_edge(std::uint32_t caller, std::uint32_t callee, std::uint32_t weight);
@@ -153,6 +159,11 @@ public:
     /// Adds the functions and edges of rows in their order, a caller before its callee. A row whose two names are
     /// equal adds the function alone.
     void add_rows(std::span<const call_row> rows);
+
+    /// Tells that an input begins, of which nothing is known.
+    void begin_input();
+    /// Tells that one part in `factor` of the input has been read; the guess is that what it added is so, too.
+    void expect_growth(double factor) { expected_growth_ = factor; }
 
     /// Whether an edge of weight 0 was ever added.
     bool has_weightless_edge() const { return has_weightless_edge_; }
@@ -163,10 +174,18 @@ private:
     std::uint32_t find_or_add_hashed(std::string_view name, std::uint32_t hash);
     void add_edge_hashed(std::uint32_t caller, std::uint32_t callee, std::uint32_t weight, std::uint32_t hash);
 
+    /// The size that a full array of `size` elements, `earlier` of them from before the input, grows to.
+    std::size_t grown(std::size_t size, std::size_t earlier) const;
+    void index_pairs();
+
     std::pmr::monotonic_buffer_resource name_bytes_; ///< owns the bytes of all names
-    std::vector<std::string_view> names_;
+    huge_vector<std::string_view> names_;
     hash_index name_index_;
-    std::vector<call_edge> edges_;
+    huge_vector<call_edge> edges_;
     hash_index pair_index_;
+    bool has_pair_index_ = true; ///< false once it was given away
+    double expected_growth_ = 1;
+    std::size_t earlier_names_ = 0; ///< from before the present input
+    std::size_t earlier_edges_ = 0;
     bool has_weightless_edge_ = false;
 };

@@ -34,48 +34,72 @@
 // and 2 and follow hub, whose last move is 3. Their places are now (3, 1) and (3, 2): at the back, in order.
 //
 // Cost: a rewritten edge's side at least doubles, so O(edges x log functions) edges are rewritten; on call graphs of
-// real shape it is less than twice the edges. Most of the time goes into cache misses, so a fold finds all it needs
-// of an edge in one record, and the records of a side are prefetched before they are used.
+// real shape it is less than twice the edges. Most of the time goes into cache misses. So an edge is one record of 32
+// bytes, half a cache line, its first end standing first; a group with the first stretch of its edges is one cache line;
+// times and sequence numbers are of 31 bits, which is asserted; and the records of a side are prefetched before they are
+// used. Only when the last move of an edge that follows no one happened stands apart: few edges ever need it.
 #include "ORDWELL/fast_merge.h"
 
 #include "ORDWELL/fast_merge_chains.h"
 #include "ORDWELL/fast_merge_queue.h"
+#include "support/assertion.h"
+#include "support/huge_pages.h"
+#include "support/memory.h"
+
+#include <cstdlib>
+#include <memory>
 
 namespace {
 
-/// An edge between two groups. A fold looks at all of it, so it is one record, and lies in one or two cache lines.
+/// An edge between two groups.
 struct edge {
-    std::array<std::uint32_t, 2> end;  ///< groups
+    std::array<std::uint32_t, 2> end;  ///< groups, the first end first
     std::uint32_t weight;              ///< 0: the edge is gone, into another edge or inside a chain
-    std::uint16_t first;               ///< which end is the first end: 0 or 1
-    bool follows;                      ///< whether the edge follows its first end
-    place at;                          ///< of a follower, only the sequence number counts
+    std::uint32_t order;               ///< 31 bits of the sequence number, one that says whether it follows
     std::array<std::uint64_t, 2> sums; ///< at each end, the sum of weight x coordinate, modulo 2^64
 
     unsigned int side_of(std::uint32_t group) const { return end[1] == group ? 1 : 0; }
     std::uint32_t other_end(std::uint32_t group) const { return end[1 - side_of(group)]; }
-    std::uint32_t first_end() const { return end[first]; }
-    void set_first_end(std::uint32_t group) { first = static_cast<std::uint16_t>(side_of(group)); }
-    bool is_stray_of(std::uint32_t group) const { return !follows || first_end() != group; }
+    std::uint32_t first_end() const { return end[0]; }
+    void set_first_end(std::uint32_t group) {
+        if (end[0] != group) {
+            std::swap(end[0], end[1]);
+            std::swap(sums[0], sums[1]);
+        }
+    }
+    /// The sequence number of its place.
+    std::int32_t sequence() const { return static_cast<std::int32_t>(order) >> 1; }
+    /// Whether the edge follows its first end.
+    bool follows() const { return (order & 1U) != 0; }
+    static std::uint32_t order_of(std::int32_t sequence, bool follows) {
+        return static_cast<std::uint32_t>(sequence) << 1U | (follows ? 1U : 0U);
+    }
+    bool is_stray_of(std::uint32_t group) const { return !follows() || first_end() != group; }
 };
+static_assert(sizeof(edge) == 32);
 
-/// Functions merged so far. It is named by the vertex whose storage it uses.
-struct group {
-    std::int64_t last_move = -1;     ///< when all its edges last moved to the back
-    std::int64_t front_sequence = 0; ///< no follower has a smaller sequence number
-    std::size_t entries = 0;         ///< edges in all its segments
-    chain names;
-    std::uint32_t label = 0;         ///< the vertex by which it survives; no_index: it is part of another group
-    std::uint32_t last_segment = 0;  ///< of the segments with its edges, those gone included; the first has its number
-    std::uint32_t strays = no_index; ///< index of its list of strays, once it has moved
-};
+/// Times and sequence numbers stay between the negative of this and this.
+constexpr std::int32_t order_limit = 1 << 30;
 
 /// A stretch of the array of incident edges.
 struct segment {
-    std::size_t begin;
-    std::size_t end;
-    std::uint32_t next; ///< no_index: the last
+    std::uint32_t begin;
+    std::uint32_t end;
+    std::uint32_t next; ///< number of the next further segment; no_index: the last
 };
+
+/// Functions merged so far. It is named by the vertex whose storage it uses.
+struct alignas(64) group {
+    chain names;
+    segment first = {0, 0, no_index};      ///< the first of the segments with its edges, those gone included
+    std::uint32_t last_segment = no_index; ///< the last one; no_index: the first
+    std::uint32_t entries = 0;             ///< edges in all its segments
+    std::int32_t last_move = -1;           ///< when all its edges last moved to the back
+    std::int32_t front_sequence = 0;       ///< no follower has a smaller sequence number
+    std::uint32_t label = 0;               ///< the vertex by which it survives; no_index: it is part of another group
+    std::uint32_t strays = no_index;       ///< index of its list of strays, once it has moved
+};
+static_assert(sizeof(group) == 64);
 
 /// A live edge of the side that is rewritten, or that moves.
 struct moving_edge {
@@ -87,7 +111,7 @@ struct moving_edge {
 
 class merger {
 public:
-    explicit merger(const call_profile& profile);
+    explicit merger(call_profile& profile);
     function_layout run();
 
 private:
@@ -105,50 +129,87 @@ private:
     void note_stray(std::uint32_t number, std::uint32_t of);
     function_layout write_layout() const;
 
-    place place_of(const edge& e) const {
-        return e.follows ? place{std::max(groups_[e.first_end()].last_move, e.at.sequence), e.at.sequence} : e.at;
+    place place_of(std::uint32_t number) const {
+        const edge& e = edges_[number];
+        const std::int32_t sequence = e.sequence();
+        return {e.follows() ? std::max(groups_[e.first_end()].last_move, sequence) : moved_[number], sequence};
     }
-    queue_entry present(std::uint32_t number) const {
-        return {edges_[number].weight, number, place_of(edges_[number])};
+    void set_place(std::uint32_t number, place at) {
+        edges_[number].order = edge::order_of(at.sequence, false);
+        moved_[number] = at.moved;
     }
+    queue_entry present(std::uint32_t number) const { return {edges_[number].weight, number, place_of(number)}; }
+    std::int32_t next_time();
+    template <typename Visit>
+    void visit_segments(const group& g, Visit visit) const;
 
-    std::vector<group> groups_;
-    std::vector<edge> edges_;
+    hash_index pairs_; ///< from pairs of groups to edges; entries of former groups are useless
+    huge_vector<group> groups_;
+    huge_vector<edge> edges_;
+    /// When each edge that follows no one last moved; for others without meaning. Its pages exist only where it is used.
+    std::unique_ptr<std::int32_t[], void (*)(void*)> moved_;
     edge_queue queue_;
-    hash_index pairs_;                    ///< from pairs of groups to edges; entries of former groups are useless
-    std::vector<std::uint32_t> incident_; ///< edge numbers, segment after segment
-    std::vector<segment> segments_;
+    huge_vector<std::uint32_t> incident_; ///< edge numbers, segment after segment
+    std::vector<segment> segments_;       ///< those that are not a group's first
     std::vector<std::vector<std::uint32_t>> strays_;
     chain_links links_;
-    std::int64_t clock_;                ///< the next unused time and sequence number
+    std::int32_t clock_;                ///< the next unused time and sequence number
     std::vector<std::uint32_t> listed_; ///< scratch of one merge: edges of a side, those gone included
     std::vector<moving_edge> moving_;   ///< the same: those that are left
 };
 
-merger::merger(const call_profile& profile)
-    : groups_(profile.function_count()), edges_(profile.edges().size()), pairs_(profile.pairs()),
-      incident_(2 * edges_.size()), segments_(groups_.size()), links_(groups_.size()),
-      clock_(static_cast<std::int64_t>(edges_.size())) {
-    for (std::uint32_t number = 0; number < edges_.size(); ++number) {
-        const call_edge& read = profile.edges()[number];
-        edges_[number] = {{read.first, read.second}, read.weight, 0, true, {number, number}, {}};
-        queue_.add(present(number));
-        ++groups_[read.first].entries;
-        ++groups_[read.second].entries;
+namespace {
+
+// The index with room for the pairs that folding adds.
+hash_index with_room(hash_index pairs, std::size_t edges) {
+    pairs.reserve(edges + edges / 2);
+    return pairs;
+}
+
+} // namespace
+
+merger::merger(call_profile& profile)
+    : pairs_(with_room(profile.take_pair_index(), profile.edges().size())), groups_(profile.function_count()),
+      moved_(static_cast<std::int32_t*>(safecalloc(profile.edges().size() + 1, sizeof(std::int32_t))), std::free),
+      queue_(profile.edges()), links_(groups_.size()), clock_(static_cast<std::int32_t>(profile.edges().size())) {
+    const std::span<const call_edge> read = profile.edges();
+    internal_assert(read.size() < order_limit, "ORDWELL/fast_merge", "merger", "edge count < 2^30");
+    edges_.reserve(read.size());
+    std::vector<std::uint32_t> ends(groups_.size()); // of the groups' stretches; counted, then added up
+    for (const call_edge& e : read) {
+        const auto number = static_cast<std::int32_t>(edges_.size());
+        edges_.push_back({{e.first, e.second}, e.weight, edge::order_of(number, true), {}});
+        ++ends[e.first];
+        ++ends[e.second];
     }
-    pairs_.reserve(edges_.size() + edges_.size() / 2); // for the pairs that folding adds
-    std::size_t begin = 0;
+    std::uint32_t begin = 0;
     for (std::uint32_t vertex = 0; vertex < groups_.size(); ++vertex) {
         group& g = groups_[vertex];
         g.names.head = g.names.tail = vertex;
-        g.label = g.last_segment = vertex;
-        segments_[vertex] = {begin, begin, no_index};
+        g.label = vertex;
+        g.entries = std::exchange(ends[vertex], begin);
+        g.first = {begin, begin + g.entries, no_index};
         begin += g.entries;
     }
-    for (std::uint32_t number = 0; number < edges_.size(); ++number) {
-        for (const std::uint32_t vertex : edges_[number].end) {
-            incident_[segments_[vertex].end++] = number;
-        }
+    incident_.resize(begin);
+    for (std::uint32_t number = 0; number < read.size(); ++number) {
+        incident_[ends[read[number].first]++] = number;
+        incident_[ends[read[number].second]++] = number;
+    }
+}
+
+// The next time or sequence number.
+std::int32_t merger::next_time() {
+    internal_assert(clock_ < order_limit - 1, "ORDWELL/fast_merge", "next_time", "time < 2^30");
+    return clock_++;
+}
+
+// Visits the segments of a group in their order.
+template <typename Visit>
+void merger::visit_segments(const group& g, Visit visit) const {
+    visit(g.first);
+    for (std::uint32_t s = g.first.next; s != no_index; s = segments_[s].next) {
+        visit(segments_[s]);
     }
 }
 
@@ -172,21 +233,22 @@ void merger::prefetch_upcoming() const {
     if (const std::uint32_t number = queue_.upcoming(6); number != no_index) {
         for (const std::uint32_t end : edges_[number].end) {
             __builtin_prefetch(&groups_[end]);
-            __builtin_prefetch(&segments_[end]);
         }
     }
     const auto smaller_side = [this](const edge& e) {
         return groups_[e.end[0]].entries < groups_[e.end[1]].entries ? e.end[0] : e.end[1];
     };
     if (const std::uint32_t number = queue_.upcoming(4); number != no_index) {
-        __builtin_prefetch(&incident_[segments_[smaller_side(edges_[number])].begin]);
+        if (const segment& stretch = groups_[smaller_side(edges_[number])].first; stretch.begin < stretch.end) {
+            __builtin_prefetch(&incident_[stretch.begin]);
+        }
         for (const std::uint32_t end : edges_[number].end) {
             links_.prefetch(groups_[end].names);
         }
     }
     if (const std::uint32_t number = queue_.upcoming(2); number != no_index) {
-        const segment& stretch = segments_[smaller_side(edges_[number])];
-        for (std::size_t i = stretch.begin; i < std::min(stretch.end, stretch.begin + 12); ++i) {
+        const segment& stretch = groups_[smaller_side(edges_[number])].first;
+        for (std::uint32_t i = stretch.begin; i < std::min(stretch.end, stretch.begin + 12); ++i) {
             __builtin_prefetch(&edges_[incident_[i]]);
         }
     }
@@ -196,9 +258,8 @@ void merger::prefetch_upcoming() const {
 void merger::merge(std::uint32_t number) {
     edge& joining = edges_[number];
     const std::uint32_t survivor = joining.first_end();
-    const std::uint32_t removed = joining.other_end(survivor);
-    links_.join(groups_[survivor].names, groups_[removed].names,
-                {joining.weight, joining.sums[joining.first], joining.sums[1 - joining.first]});
+    const std::uint32_t removed = joining.end[1];
+    links_.join(groups_[survivor].names, groups_[removed].names, {joining.weight, joining.sums[0], joining.sums[1]});
     joining.weight = 0;
     if (groups_[survivor].entries >= groups_[removed].entries) {
         fold_removed(survivor, removed);
@@ -212,10 +273,9 @@ void merger::merge(std::uint32_t number) {
 void merger::collect_live_edges(std::uint32_t from, std::uint32_t kept) {
     constexpr std::size_t distance = 24; // edges between prefetch and use
     listed_.clear();
-    for (std::uint32_t s = from; s != no_index; s = segments_[s].next) {
-        listed_.insert(listed_.end(), incident_.begin() + static_cast<std::ptrdiff_t>(segments_[s].begin),
-                       incident_.begin() + static_cast<std::ptrdiff_t>(segments_[s].end));
-    }
+    visit_segments(groups_[from], [this](const segment& s) {
+        listed_.insert(listed_.end(), incident_.begin() + s.begin, incident_.begin() + s.end);
+    });
     for (std::size_t i = 0; i < std::min(distance, listed_.size()); ++i) {
         __builtin_prefetch(&edges_[listed_[i]]);
     }
@@ -243,13 +303,12 @@ void merger::collect_live_edges(std::uint32_t from, std::uint32_t kept) {
 void merger::fold_removed(std::uint32_t survivor, std::uint32_t removed) {
     collect_live_edges(removed, survivor);
     const auto folded = std::remove_if(moving_.begin(), moving_.end(), [&](moving_edge& m) {
-        edge& e = edges_[m.number];
         const std::uint32_t existing = edge_between(survivor, m.neighbour, m.hash);
         if (existing == no_index) {
-            m.at = place_of(e);
+            m.at = place_of(m.number);
             return false;
         }
-        fold(e, existing, survivor, removed);
+        fold(edges_[m.number], existing, survivor, removed);
         return true;
     });
     moving_.erase(folded, moving_.end());
@@ -261,8 +320,7 @@ void merger::fold_removed(std::uint32_t survivor, std::uint32_t removed) {
         }
         rewrite_end(e, removed, survivor);
         e.set_first_end(survivor);
-        e.follows = true;
-        e.at.sequence = clock_++;
+        e.order = edge::order_of(next_time(), true);
         index_edge(m.number, m.hash);
     }
     attach(survivor, removed);
@@ -277,8 +335,7 @@ void merger::fold_survivor(std::uint32_t survivor, std::uint32_t removed) {
         edge& e = edges_[m.number];
         const bool was_first = e.first_end() == survivor;
         if (was_first) { // it follows no one now: the last move of its new first end is not its own
-            e.at = place_of(e);
-            e.follows = false;
+            set_place(m.number, place_of(m.number));
         }
         const std::uint32_t existing = edge_between(removed, m.neighbour, m.hash);
         if (existing == no_index) {
@@ -290,8 +347,10 @@ void merger::fold_survivor(std::uint32_t survivor, std::uint32_t removed) {
         // The survivor's edge lives on in the record of the other.
         edge& kept = edges_[existing];
         kept.set_first_end(was_first ? removed : m.neighbour);
-        kept.follows = e.follows;
-        kept.at = e.at;
+        kept.order = e.order;
+        if (!e.follows()) {
+            moved_[existing] = moved_[m.number];
+        }
         fold(e, existing, removed, survivor);
         note_stray(existing, removed);
         if (kept.is_stray_of(m.neighbour)) {
@@ -310,15 +369,13 @@ void merger::move_to_back(std::uint32_t moving) {
     const auto collect = [&](std::uint32_t number) {
         const edge& e = edges_[number];
         if (e.weight != 0 && e.is_stray_of(moving)) {
-            moving_.push_back({number, e.other_end(moving), 0, place_of(e)});
+            moving_.push_back({number, e.other_end(moving), 0, place_of(number)});
         }
     };
     if (g.strays == no_index) { // its first move: look at all its edges
-        for (std::uint32_t s = moving; s != no_index; s = segments_[s].next) {
-            for (std::size_t i = segments_[s].begin; i < segments_[s].end; ++i) {
-                collect(incident_[i]);
-            }
-        }
+        visit_segments(g, [&](const segment& s) {
+            std::for_each(incident_.begin() + s.begin, incident_.begin() + s.end, collect);
+        });
         g.strays = static_cast<std::uint32_t>(strays_.size());
         strays_.emplace_back();
     } else {
@@ -336,10 +393,10 @@ void merger::move_to_back(std::uint32_t moving) {
             note_stray(m.number, m.neighbour);
         }
         e.set_first_end(moving);
-        e.follows = true;
-        e.at.sequence = m.at.moved > g.last_move ? m.at.moved : --g.front_sequence;
+        e.order = edge::order_of(m.at.moved > g.last_move ? m.at.moved : --g.front_sequence, true);
     }
-    g.last_move = clock_++;
+    internal_assert(g.front_sequence > -order_limit, "ORDWELL/fast_merge", "move_to_back", "sequence > -2^30");
+    g.last_move = next_time();
 }
 
 // Hangs the edges that are left in moving_ on to the kept group; the other group is no more.
@@ -347,14 +404,16 @@ void merger::attach(std::uint32_t kept, std::uint32_t from) {
     group& g = groups_[kept];
     if (!moving_.empty()) {
         const std::size_t begin = incident_.size();
+        internal_assert(begin + moving_.size() < no_index, "ORDWELL/fast_merge", "attach", "incidences < 2^32 - 1");
         for (const moving_edge& m : moving_) {
             incident_.push_back(m.number);
         }
         const auto added = static_cast<std::uint32_t>(segments_.size());
-        segments_.push_back({begin, incident_.size(), no_index});
-        segments_[g.last_segment].next = added;
+        segments_.push_back(
+            {static_cast<std::uint32_t>(begin), static_cast<std::uint32_t>(incident_.size()), no_index});
+        (g.last_segment == no_index ? g.first : segments_[g.last_segment]).next = added;
         g.last_segment = added;
-        g.entries += moving_.size();
+        g.entries += static_cast<std::uint32_t>(moving_.size());
     }
     groups_[from].label = no_index;
     if (groups_[from].strays != no_index) {
@@ -431,6 +490,6 @@ function_layout merger::write_layout() const {
 
 } // namespace
 
-function_layout merge_fast(const call_profile& profile) {
+function_layout merge_fast(call_profile& profile) {
     return merger(profile).run();
 }

@@ -13,5 +13,5 @@ struct function_layout {
 };
 
 /// Merges a profile, none of whose edges may have weight 0, until no edge is left. The chains stand in vertex order: by
-/// the first-read function among those by which they survived.
-function_layout merge_fast(const call_profile& profile);
+/// the first-read function among those by which they survived. Takes the profile's index of pairs.
+function_layout merge_fast(call_profile& profile);

@@ -20,6 +20,7 @@
 #pragma once
 
 #include "ORDWELL/call_profile.h"
+#include "support/huge_pages.h"
 
 #include <array>
 #include <cstdint>
@@ -63,5 +64,5 @@ public:
 private:
     void connect(std::uint32_t name1, std::uint32_t name2);
 
-    std::vector<std::array<std::uint32_t, 2>> links_; ///< by name: its neighbours, in no order
+    huge_vector<std::array<std::uint32_t, 2>> links_; ///< by name: its neighbours, in no order
 };

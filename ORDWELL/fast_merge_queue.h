@@ -1,8 +1,10 @@
 // The queue of fast merging: the heaviest edge next, the first in creation order among equals.
 //
-// Edges lie in buckets by weight, unsorted; a bucket is sorted when its turn comes. What changes while its bucket is
-// being worked off, or becomes heavier than that, goes to a heap, which stays small. (One heap for all changed edges
-// took half of the merging time at a million functions: every pop walked some twenty levels that missed the caches.)
+// Edges lie in buckets by weight, unsorted; a bucket is sorted when its turn comes. The edges at the start are counted
+// first, so that their buckets are stretches of one array; edges that folding makes heavier are listed apart. What
+// changes while its bucket is being worked off, or becomes heavier than that, goes to a heap, which stays small. (One
+// heap for all changed edges took half of the merging time at a million functions: every pop walked some twenty levels
+// that missed the caches.)
 //
 // The queue is lazy about changes. A place can only move back, so an edge whose place moved since it was queued is
 // too optimistic: it is queued again with its present place when it surfaces. An edge that became heavier must be
@@ -16,12 +18,14 @@
 #include <compare>
 #include <cstdint>
 #include <queue>
+#include <span>
+#include <utility>
 #include <vector>
 
 /// A place in creation order; smaller is older. See ORDWELL/fast_merge.cpp.
 struct place {
-    std::int64_t moved;    ///< when the edge was created or last moved to the back
-    std::int64_t sequence; ///< its order among edges that moved at the same time
+    std::int32_t moved;    ///< when the edge was created or last moved to the back
+    std::int32_t sequence; ///< its order among edges that moved at the same time
     auto operator<=>(const place&) const = default;
 };
 
@@ -39,13 +43,26 @@ struct queue_entry {
 
 class edge_queue {
 public:
-    edge_queue() : buckets_(bucket_count) {}
+    /// Starts with these edges, numbered by their order.
+    explicit edge_queue(std::span<const call_edge> edges)
+        : first_ends_(bucket_count), first_(edges.size()), added_(bucket_count) {
+        for (const call_edge& e : edges) {
+            ++first_ends_[bucket_of(e.weight)];
+        }
+        std::uint32_t end = 0;
+        for (std::uint32_t& bucket : first_ends_) { // for now, where each begins
+            end += std::exchange(bucket, end);
+        }
+        for (std::uint32_t number = 0; number < edges.size(); ++number) {
+            first_[first_ends_[bucket_of(edges[number].weight)]++] = number;
+        }
+    }
 
     /// Adds an edge as it is now.
     void add(const queue_entry& entry) {
         const std::size_t bucket = bucket_of(entry.weight);
         if (bucket < open_bucket_) {
-            buckets_[bucket].push_back(entry.number);
+            added_[bucket].push_back(entry.number);
         } else {
             heap_.push(entry);
         }
@@ -94,15 +111,20 @@ private:
     bool open_next_bucket(Present present, Prefetch prefetch) {
         constexpr std::size_t distance = 16; // edges between prefetch and use
         while (run_.empty() && open_bucket_ > 0) {
-            const std::vector<std::uint32_t> numbers = std::move(buckets_[--open_bucket_]);
-            run_.reserve(numbers.size());
-            for (std::size_t i = 0; i < numbers.size(); ++i) {
-                if (i + distance < numbers.size()) {
-                    prefetch(numbers[i + distance]);
-                }
-                const queue_entry now = present(numbers[i]);
-                if (now.weight != 0 && bucket_of(now.weight) == open_bucket_) { // else it is gone, or queued elsewhere
-                    run_.push_back(now);
+            --open_bucket_;
+            const std::size_t begin = open_bucket_ == 0 ? 0 : first_ends_[open_bucket_ - 1];
+            const std::vector<std::uint32_t> added = std::move(added_[open_bucket_]);
+            for (const std::span<const std::uint32_t> numbers :
+                 {std::span<const std::uint32_t>(first_).subspan(begin, first_ends_[open_bucket_] - begin),
+                  std::span<const std::uint32_t>(added)}) {
+                for (std::size_t i = 0; i < numbers.size(); ++i) {
+                    if (i + distance < numbers.size()) {
+                        prefetch(numbers[i + distance]);
+                    }
+                    const queue_entry now = present(numbers[i]);
+                    if (now.weight != 0 && bucket_of(now.weight) == open_bucket_) { // else gone, or queued elsewhere
+                        run_.push_back(now);
+                    }
                 }
             }
             std::sort(run_.begin(), run_.end());
@@ -110,8 +132,10 @@ private:
         return !run_.empty();
     }
 
-    std::vector<std::vector<std::uint32_t>> buckets_; ///< numbers of edges, those gone or heavier now included
-    std::size_t open_bucket_ = bucket_count;          ///< the bucket being worked off; lower ones wait
-    std::vector<queue_entry> run_;                    ///< what is left of it, the next edge at the back
-    std::priority_queue<queue_entry> heap_;           ///< added since, and not of a lower bucket
+    std::vector<std::uint32_t> first_ends_;         ///< where the buckets of the edges at the start end in first_
+    std::vector<std::uint32_t> first_;              ///< numbers of these, those gone or heavier now included
+    std::vector<std::vector<std::uint32_t>> added_; ///< numbers of edges that came into a bucket since
+    std::size_t open_bucket_ = bucket_count;        ///< the bucket being worked off; lower ones wait
+    std::vector<queue_entry> run_;                  ///< what is left of it, the next edge at the back
+    std::priority_queue<queue_entry> heap_;         ///< added since, and not of a lower bucket
 };

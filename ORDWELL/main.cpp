@@ -11,7 +11,7 @@
 #include "support/memory.h"
 
 #include <cstdlib>
-#include <fstream>
+#include <fcntl.h>
 #include <map>
 #include <string>
 #include <sys/epoll.h>
@@ -55,11 +55,11 @@ void write_graph() {
     } else {
         DIAG::raise<DIAG::owl_warn_missing_outfile_name>(this_file, 89, filename);
     }
-    std::ofstream out(filename);
-    if (!out.is_open()) {
+    const int file = open(filename, O_WRONLY | O_CREAT | O_TRUNC, 0666); // less the process's mask
+    if (file < 0) {
         DIAG::raise<DIAG::owl_fatal_error_opening_outfile>(this_file, 97);
     }
-    phgraph.write_order(out);
+    phgraph.write_order(file);
 }
 
 } // namespace

@@ -33,6 +33,7 @@
 #include <boost/unordered/unordered_flat_map.hpp>
 
 #include <fstream>
+#include <functional>
 #include <list>
 #include <memory>
 #include <optional>
@@ -138,6 +139,8 @@ public:
     /// Writes one linker option per function to `out`, flushing after each line, and closes it. Raises the internal
     /// fatal diagnostic 22008 for a graph that is not merged.
     void write_order(std::ofstream& out);
+    /// The same to an open file, one write(2) a line, and closes it.
+    void write_order(int file);
 
     // Dumps on standard output (ORDWELL/pettis_hansen_dump.cpp).
 
@@ -156,6 +159,7 @@ private:
     call_profile& own_profile();
     std::uint32_t name_to_vertex(std::string_view name);
     void add_rows(const std::vector<call_row>& rows);
+    void visit_order(const std::function<void(std::string_view)>& visit);
 
     std::shared_ptr<call_profile> profile_; ///< the graph as read, or the names of layout_; null when stepwise
     std::optional<function_layout> layout_; ///< set in the form laid out

@@ -106,7 +106,16 @@ void PETTIS_HANSEN_GRAPH::read(std::string& filename) {
     line_kind kind = line_kind::row;
     int line_number = 1;
     std::vector<call_row> rows; // those of one block
+    const std::size_t size = blocks.file_size();
+    std::size_t taken = 0; // bytes
+    if (is_as_read()) {
+        own_profile().begin_input();
+    }
     do {
+        taken += block.size();
+        if (is_as_read() && taken < size) {
+            own_profile().expect_growth(static_cast<double>(size) / static_cast<double>(taken));
+        }
         rows.clear();
         while (!block.empty()) {
             ++line_number;

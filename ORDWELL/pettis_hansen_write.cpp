@@ -8,15 +8,36 @@
 #include "ORDWELL/order_file.h"
 #include "ORDWELL/pettis_hansen.h"
 
+#include <cerrno>
+#include <unistd.h>
+
 namespace {
 
-void write_line(std::ofstream& out, std::string& line, std::string_view name) {
-    line = order_line_start;
-    line += name;
-    line += order_line_end;
-    line += '\n';
-    out.write(line.data(), static_cast<std::streamsize>(line.size()));
-    out.flush();
+/// The line of one function, whose buffer and start stay from name to name.
+class order_line {
+public:
+    std::string_view of(std::string_view name) {
+        line_.resize(order_line_start.size());
+        line_ += name;
+        line_ += order_line_end;
+        line_ += '\n';
+        return line_;
+    }
+
+private:
+    std::string line_{order_line_start};
+};
+
+// Whether all bytes were written.
+bool write_all(int file, std::string_view bytes) {
+    while (!bytes.empty()) {
+        const ssize_t count = write(file, bytes.data(), bytes.size());
+        if (count < 0 && errno != EINTR) {
+            return false;
+        }
+        bytes.remove_prefix(count < 0 ? 0 : static_cast<std::size_t>(count));
+    }
+    return true;
 }
 
 } // namespace
@@ -33,13 +54,12 @@ bool PETTIS_HANSEN_GRAPH::get_ordering(function_order& order) {
     return true;
 }
 
-void PETTIS_HANSEN_GRAPH::write_order(std::ofstream& out) {
-    std::string line; // reused, so that a line costs no allocation
+// Visits the names of the layout in their order.
+void PETTIS_HANSEN_GRAPH::visit_order(const std::function<void(std::string_view)>& visit) {
     if (merged && layout_.has_value()) {
         for (const std::uint32_t function : layout_->functions) {
-            write_line(out, line, profile_->name(function));
+            visit(profile_->name(function));
         }
-        out.close();
         return;
     }
     function_order order;
@@ -48,8 +68,24 @@ void PETTIS_HANSEN_GRAPH::write_order(std::ofstream& out) {
     }
     for (const std::list<std::string>& chain : order) {
         for (const std::string& name : chain) {
-            write_line(out, line, name);
+            visit(name);
         }
     }
+}
+
+void PETTIS_HANSEN_GRAPH::write_order(std::ofstream& out) {
+    order_line line;
+    visit_order([&](std::string_view name) {
+        const std::string_view text = line.of(name);
+        out.write(text.data(), static_cast<std::streamsize>(text.size()));
+        out.flush();
+    });
     out.close();
+}
+
+void PETTIS_HANSEN_GRAPH::write_order(int file) {
+    order_line line;
+    bool is_good = true; // like a stream's state: after an error nothing more is written
+    visit_order([&](std::string_view name) { is_good = is_good && write_all(file, line.of(name)); });
+    close(file);
 }

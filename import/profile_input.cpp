@@ -3,7 +3,6 @@
 #include "support/companion.h"
 
 #include <cstdio>
-#include <sys/stat.h>
 
 profile_input::profile_input(const std::string& name, bool shows_progress)
     : name_(name == "-" ? "standard input" : name),
@@ -12,10 +11,7 @@ profile_input::profile_input(const std::string& name, bool shows_progress)
     if (!blocks_.is_open()) {
         throw failure(name_, std::strerror(errno));
     }
-    struct stat properties {};
-    if (fstat(blocks_.file(), &properties) == 0 && S_ISREG(properties.st_mode)) {
-        size_ = static_cast<std::uint64_t>(properties.st_size);
-    }
+    size_ = blocks_.file_size();
     next_block();
 }
 

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <string_view>
+#include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
 
@@ -25,8 +26,12 @@ public:
 
     bool is_open() const { return file_ >= 0; }
 
-    /// The open file, which this object owns.
-    int file() const { return file_; }
+    /// The size of the file in bytes; 0 where it is not known, as of a pipe.
+    std::size_t file_size() const {
+        struct stat properties {};
+        const bool is_known = fstat(file_, &properties) == 0 && S_ISREG(properties.st_mode);
+        return is_known ? static_cast<std::size_t>(properties.st_size) : 0;
+    }
 
     /// The next lines with their line feeds, which only the last line of the file may lack; empty at the end of the
     /// file, after which nothing more is read, or at a read error. Valid until the next call.
