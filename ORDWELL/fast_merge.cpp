@@ -227,31 +227,45 @@ function_layout merger::run() {
 // Each merge follows pointers through memory that is not cached. What the next ones will most probably follow is
 // known: it is fetched in stages, one step of the pointer chase in each merge that passes.
 void merger::prefetch_upcoming() const {
-    if (const std::uint32_t number = queue_.upcoming(8); number != no_index) {
-        __builtin_prefetch(&edges_[number]);
-    }
-    if (const std::uint32_t number = queue_.upcoming(6); number != no_index) {
-        for (const std::uint32_t end : edges_[number].end) {
-            __builtin_prefetch(&groups_[end]);
+    constexpr std::uint32_t most_edges = 12; // of a side; few have more
+    const auto with_upcoming = [this](std::size_t distance, auto action) {
+        if (const std::uint32_t number = queue_.upcoming(distance); number != no_index) {
+            action(edges_[number]);
         }
-    }
+    };
     const auto smaller_side = [this](const edge& e) {
         return groups_[e.end[0]].entries < groups_[e.end[1]].entries ? e.end[0] : e.end[1];
     };
-    if (const std::uint32_t number = queue_.upcoming(4); number != no_index) {
-        if (const segment& stretch = groups_[smaller_side(edges_[number])].first; stretch.begin < stretch.end) {
+    const auto with_smaller_sides_edges = [&](const edge& e, auto action) {
+        const segment& stretch = groups_[smaller_side(e)].first;
+        for (std::uint32_t i = stretch.begin; i < std::min(stretch.end, stretch.begin + most_edges); ++i) {
+            action(incident_[i]);
+        }
+    };
+    with_upcoming(9, [](const edge& e) { __builtin_prefetch(&e); });
+    with_upcoming(7, [this](const edge& e) {
+        __builtin_prefetch(&groups_[e.end[0]]);
+        __builtin_prefetch(&groups_[e.end[1]]);
+    });
+    with_upcoming(5, [&](const edge& e) {
+        if (const segment& stretch = groups_[smaller_side(e)].first; stretch.begin < stretch.end) {
             __builtin_prefetch(&incident_[stretch.begin]);
         }
-        for (const std::uint32_t end : edges_[number].end) {
-            links_.prefetch(groups_[end].names);
-        }
-    }
-    if (const std::uint32_t number = queue_.upcoming(2); number != no_index) {
-        const segment& stretch = groups_[smaller_side(edges_[number])].first;
-        for (std::uint32_t i = stretch.begin; i < std::min(stretch.end, stretch.begin + 12); ++i) {
-            __builtin_prefetch(&edges_[incident_[i]]);
-        }
-    }
+        links_.prefetch(groups_[e.end[0]].names);
+        links_.prefetch(groups_[e.end[1]].names);
+    });
+    with_upcoming(3, [&](const edge& e) {
+        with_smaller_sides_edges(e, [this](std::uint32_t number) { __builtin_prefetch(&edges_[number]); });
+    });
+    with_upcoming(1, [&](const edge& e) {
+        const std::uint32_t from = smaller_side(e);
+        const std::uint32_t kept = e.other_end(from);
+        with_smaller_sides_edges(e, [&](std::uint32_t number) {
+            if (edges_[number].weight != 0) {
+                pairs_.prefetch(hash_of_pair(kept, edges_[number].other_end(from)));
+            }
+        });
+    });
 }
 
 // Merges the second end of an edge into its first end.

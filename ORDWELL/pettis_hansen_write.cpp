@@ -57,8 +57,13 @@ bool PETTIS_HANSEN_GRAPH::get_ordering(function_order& order) {
 // Visits the names of the layout in their order.
 void PETTIS_HANSEN_GRAPH::visit_order(const std::function<void(std::string_view)>& visit) {
     if (merged && layout_.has_value()) {
-        for (const std::uint32_t function : layout_->functions) {
-            visit(profile_->name(function));
+        const std::vector<std::uint32_t>& functions = layout_->functions;
+        for (std::size_t i = 0; i < functions.size(); ++i) {
+            if (i + 8 < functions.size()) {
+                profile_->prefetch_name(functions[i + 8]);
+                profile_->prefetch_name_bytes(functions[i + 4]);
+            }
+            visit(profile_->name(functions[i]));
         }
         return;
     }
