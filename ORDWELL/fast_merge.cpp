@@ -254,16 +254,27 @@ void merger::prefetch_upcoming() const {
         links_.prefetch(groups_[e.end[0]].names);
         links_.prefetch(groups_[e.end[1]].names);
     });
-    with_upcoming(3, [&](const edge& e) {
+    with_upcoming(4, [&](const edge& e) {
         with_smaller_sides_edges(e, [this](std::uint32_t number) { __builtin_prefetch(&edges_[number]); });
     });
-    with_upcoming(1, [&](const edge& e) {
+    const auto with_hashes = [&](const edge& e, auto action) { // of the pairs into which the edges will be folded
         const std::uint32_t from = smaller_side(e);
         const std::uint32_t kept = e.other_end(from);
         with_smaller_sides_edges(e, [&](std::uint32_t number) {
             if (edges_[number].weight != 0) {
-                pairs_.prefetch(hash_of_pair(kept, edges_[number].other_end(from)));
+                action(hash_of_pair(kept, edges_[number].other_end(from)));
             }
+        });
+    };
+    with_upcoming(2, [&](const edge& e) {
+        with_hashes(e, [this](std::uint32_t hash) { pairs_.prefetch(hash); });
+    });
+    with_upcoming(1, [&](const edge& e) {
+        with_hashes(e, [this](std::uint32_t hash) {
+            pairs_.find(hash, [this](std::uint32_t existing) {
+                __builtin_prefetch(&edges_[existing]);
+                return true;
+            });
         });
     });
 }
