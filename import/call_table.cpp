@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <bit>
 #include <limits>
+#include <span>
 
 namespace {
 
@@ -140,18 +141,30 @@ void call_table::add_run(function f, std::uint64_t count) {
 }
 
 void call_table::add_pair(function caller, function callee, std::uint64_t count) {
-    const std::uint32_t hash = hash_of_call(caller, callee);
-    const std::uint32_t found = pair_index_.find(
-        hash, [&](std::uint32_t number) { return pairs_[number].caller == caller && pairs_[number].callee == callee; });
-    if (found != no_index) {
-        pairs_[found].count = sum(pairs_[found].count, count);
-        return;
+    pair_index_.prefetch(hash_of_call(caller, callee));
+    pending_[pending_count_++] = {caller, callee, count};
+    if (pending_count_ == pending_.size()) {
+        enter_pending_pairs();
     }
-    if (pairs_.size() >= no_index) {
-        throw failure("more than 4294967294 pairs of functions");
+}
+
+void call_table::enter_pending_pairs() {
+    for (const pair& added : std::span(pending_).first(pending_count_)) {
+        const std::uint32_t hash = hash_of_call(added.caller, added.callee);
+        const std::uint32_t found = pair_index_.find(hash, [&](std::uint32_t number) {
+            return pairs_[number].caller == added.caller && pairs_[number].callee == added.callee;
+        });
+        if (found != no_index) {
+            pairs_[found].count = sum(pairs_[found].count, added.count);
+            continue;
+        }
+        if (pairs_.size() >= no_index) {
+            throw failure("more than 4294967294 pairs of functions");
+        }
+        pair_index_.insert(hash, static_cast<std::uint32_t>(pairs_.size()));
+        pairs_.push_back(added);
     }
-    pair_index_.insert(hash, static_cast<std::uint32_t>(pairs_.size()));
-    pairs_.push_back({caller, callee, count});
+    pending_count_ = 0;
 }
 
 void call_table::begin_profile() {
@@ -161,7 +174,8 @@ void call_table::begin_profile() {
     demangled_count_ = 0;
 }
 
-void call_table::end_profile(const std::string& profile) const {
+void call_table::end_profile(const std::string& profile) {
+    enter_pending_pairs();
     if (demangled_count_ * 2 > symbol_count_) {
         throw failure(profile, "the names are demangled, and no linker knows those: profile again with --demangle=no "
                                "(valgrind), or print again with --no-demangle (perf script)");

@@ -18,6 +18,7 @@
 
 #include "ORDWELL/call_profile.h"
 #include "binary/function_table.h"
+#include "support/huge_pages.h"
 #include "support/output_file.h"
 
 #include <array>
@@ -91,8 +92,8 @@ public:
 
     /// Starts a profile, whose names are judged on their own.
     void begin_profile();
-    /// Throws `failure` when the names of the profile, called `profile`, are demangled.
-    void end_profile(const std::string& profile) const;
+    /// Completes a profile. Throws `failure` when its names, as those of `profile`, are demangled.
+    void end_profile(const std::string& profile);
     /// Whether there is nothing to write but the header.
     bool is_empty() const;
     /// What will be written and what not.
@@ -117,6 +118,7 @@ private:
     function resolve(std::string_view name);
     function keep(std::string_view name);
     void add_pair(function caller, function callee, std::uint64_t count);
+    void enter_pending_pairs();
 
     const function_table* binary_;
     std::vector<std::string> objects_;
@@ -126,8 +128,10 @@ private:
 
     call_profile kept_names_;              ///< numbers the names of the CSV
     std::vector<kept_function> functions_; ///< by their numbers
-    std::vector<pair> pairs_;              ///< in order of first appearance
+    huge_vector<pair> pairs_;              ///< in order of first appearance
     hash_index pair_index_;                ///< from caller and callee to pairs_
+    std::array<pair, 16> pending_;         ///< pairs whose slots of the index are on their way into the cache
+    std::size_t pending_count_ = 0;        ///< of the current profile
     std::array<std::uint64_t, 3> left_out_calls_{};
     std::set<std::string, std::less<>> unholdable_names_;
 

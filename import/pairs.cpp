@@ -13,6 +13,8 @@ bool is_pairs(std::string_view head) {
 }
 
 void read_pairs(profile_input& profile, call_table& calls) {
+    std::string last_caller; // lines are often grouped by caller
+    call_table::function from = call_table::unknown;
     for (std::string_view line; profile.next_line(line);) {
         const std::string_view caller = take_word(line);
         if (caller.empty() || caller.starts_with('#')) {
@@ -23,7 +25,10 @@ void read_pairs(profile_input& profile, call_table& calls) {
         if (!parse_count(take_word(line), count) || !line.empty()) {
             profile.fail("not a line of caller, callee and count");
         }
-        const call_table::function from = calls.named(caller);
+        if (caller != last_caller) {
+            last_caller = caller;
+            from = calls.named(caller);
+        }
         calls.add_call(from, calls.named(callee), count);
     }
 }
