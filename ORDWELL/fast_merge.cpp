@@ -266,9 +266,7 @@ void merger::prefetch_upcoming() const {
             }
         });
     };
-    with_upcoming(2, [&](const edge& e) {
-        with_hashes(e, [this](std::uint32_t hash) { pairs_.prefetch(hash); });
-    });
+    with_upcoming(2, [&](const edge& e) { with_hashes(e, [this](std::uint32_t hash) { pairs_.prefetch(hash); }); });
     with_upcoming(1, [&](const edge& e) {
         with_hashes(e, [this](std::uint32_t hash) {
             pairs_.find(hash, [this](std::uint32_t existing) {
