@@ -3,6 +3,7 @@
 // some size ask the system for pages of 2 MiB. Smaller blocks, and systems that know no such pages, get the usual ones.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <new>
 #include <sys/mman.h>
@@ -19,7 +20,7 @@ struct huge_page_allocator {
     T* allocate(std::size_t count) {
         const std::size_t bytes = count * sizeof(T);
         if (bytes < smallest) {
-            return static_cast<T*>(::operator new(bytes));
+            return static_cast<T*>(::operator new(bytes, usual));
         }
         void* const block = ::operator new(bytes, huge);
         madvise(block, bytes, MADV_HUGEPAGE); // advice: nothing depends on its being taken
@@ -27,7 +28,7 @@ struct huge_page_allocator {
     }
     void deallocate(T* block, std::size_t count) {
         if (count * sizeof(T) < smallest) {
-            ::operator delete(block);
+            ::operator delete(block, usual);
         } else {
             ::operator delete(block, huge);
         }
@@ -37,6 +38,7 @@ struct huge_page_allocator {
 private:
     static constexpr std::size_t page_size = std::size_t{2} << 20U;
     static constexpr std::align_val_t huge{page_size};
+    static constexpr std::align_val_t usual{std::max(alignof(T), alignof(std::max_align_t))};
     static constexpr std::size_t smallest = 2 * page_size; // bytes; below, half a page might stay empty
 };
 

@@ -1,4 +1,4 @@
-// ordwell-report from outside: its figures against a computation by brute force from what nm and the files say, its bad
+// ordwell-report from outside: its figures against a computation by brute force from what readelf and the files say, its bad
 // input, and its page in a real browser.
 #include "tests/run_tool.h"
 
@@ -18,16 +18,18 @@ using nlohmann::json;
 
 using place = std::pair<std::uint64_t, std::uint64_t>; // address, size
 
-/// What nm -S says of a program: the places of each function name.
+/// What readelf says of a program: the places of each function name.
 using symbol_map = std::map<std::string, std::set<place>>;
 
 symbol_map symbols_of(const scratch_folder& folder, const std::string& binary) {
     symbol_map symbols;
-    std::istringstream lines(
-        folder.run("nm -S --defined-only " + binary + " | grep -E '^[0-9a-f]+ [0-9a-f]+ [tTwWi] '").out);
-    for (std::string address, size, type, name; lines >> address >> size >> type >> name;) {
+    std::istringstream lines(folder
+                                 .run("readelf -sW " + binary + R"( |
+        awk '$4 ~ /^I?FUNC$/ && $7 != "UND" && $3 != 0 { print $2, $3, $8 }')")
+                                 .out);
+    for (std::string address, size, name; lines >> address >> size >> name;) {
         symbols[name.substr(0, name.find('@'))].insert(
-            {std::stoull(address, nullptr, 16), std::stoull(size, nullptr, 16)});
+            {std::stoull(address, nullptr, 16), std::stoull(size, nullptr, 0)});
     }
     return symbols;
 }
