@@ -1,6 +1,6 @@
 #include "binary/elf_file.h"
 
-#include "support/companion.h"
+#include "support/failure.h"
 
 #include <cerrno>
 #include <cstring>

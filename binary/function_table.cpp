@@ -1,6 +1,6 @@
 #include "binary/function_table.h"
 
-#include "support/companion.h"
+#include "support/failure.h"
 
 #include <algorithm>
 #include <cstdlib>

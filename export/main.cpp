@@ -8,6 +8,7 @@
 #include "export/linker_format.h"
 #include "export/sections.h"
 #include "support/companion.h"
+#include "support/failure.h"
 #include "support/output_file.h"
 
 #include <algorithm>

@@ -1,7 +1,7 @@
 #include "export/sections.h"
 
 #include "binary/elf_file.h"
-#include "support/companion.h"
+#include "support/failure.h"
 
 #include <algorithm>
 #include <cerrno>

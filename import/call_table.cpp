@@ -1,6 +1,6 @@
 #include "import/call_table.h"
 
-#include "support/companion.h"
+#include "support/failure.h"
 
 #include <algorithm>
 #include <bit>

@@ -8,7 +8,7 @@
 // Addresses are link-time addresses, also of position-independent programs, and mean nothing without the program. Callbacks
 // have no arcs, as they are called from outside the program: the histogram shows that they ran.
 #include "import/profile_format.h"
-#include "support/companion.h"
+#include "support/failure.h"
 
 namespace {
 

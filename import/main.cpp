@@ -6,6 +6,7 @@
 // import/call_table.h.
 #include "import/profile_format.h"
 #include "support/companion.h"
+#include "support/failure.h"
 
 #include <cstdlib>
 #include <memory>

@@ -1,7 +1,7 @@
 // "objects": object files and archives into which clang -fprofile-use wrote how often functions call each other
 // (llvm-readobj --cg-profile shows it). The counts come from an earlier, instrumented run of the program.
 #include "import/profile_format.h"
-#include "support/companion.h"
+#include "support/failure.h"
 
 bool is_objects(std::string_view head) {
     return head.starts_with("\177ELF") || head.starts_with("!<arch>\n") || head.starts_with("!<thin>\n");

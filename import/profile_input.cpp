@@ -1,6 +1,6 @@
 #include "import/profile_input.h"
 
-#include "support/companion.h"
+#include "support/failure.h"
 
 #include <cstdio>
 

@@ -1,6 +1,6 @@
 #include "report/called_code.h"
 
-#include "support/companion.h"
+#include "support/failure.h"
 
 #include <algorithm>
 

@@ -1,5 +1,7 @@
 #include "report/figures.h"
 
+#include <nlohmann/json.hpp>
+
 #include <algorithm>
 #include <array>
 #include <bit>

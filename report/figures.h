@@ -7,7 +7,7 @@
 
 #include "report/called_code.h"
 
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 
 #include <optional>
 #include <span>

@@ -10,7 +10,10 @@
 #include "ORDWELL/pettis_hansen.h"
 #include "report/result.h"
 #include "support/companion.h"
+#include "support/failure.h"
 #include "support/output_file.h"
+
+#include <nlohmann/json.hpp>
 
 #include <cerrno>
 #include <cstdio>

@@ -2,6 +2,8 @@
 #include "report/page_html.h" // made from report/page.html by cmake/embed.cmake
 #include "report/result.h"
 
+#include <nlohmann/json.hpp>
+
 #include <algorithm>
 #include <map>
 

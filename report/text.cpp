@@ -1,6 +1,8 @@
 // The report in words: the sentences at the top, and the tables for a terminal.
 #include "report/result.h"
 
+#include <nlohmann/json.hpp>
+
 #include <algorithm>
 #include <cmath>
 #include <cstdio>

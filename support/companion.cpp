@@ -1,5 +1,7 @@
 #include "support/companion.h"
 
+#include "support/failure.h"
+
 #include <cstdio>
 #include <cstdlib>
 

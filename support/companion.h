@@ -3,26 +3,14 @@
 //     ordwell-export: app.cmd:17: not a line of an order file
 //
 // A companion says PROGRAM: FILE:LINE: text on standard error and ends with 0 when the work is done, 1 when it failed
-// and 2 when its command line is wrong. Whatever keeps the work from being done is thrown as a `failure`, up to
-// run_companion(), which says it.
+// and 2 when its command line is wrong. Whatever keeps the work from being done is thrown as a `failure`
+// (support/failure.h), up to run_companion(), which says it.
 #pragma once
 
 #include <CLI/CLI.hpp>
 
-#include <cstddef>
 #include <functional>
-#include <stdexcept>
 #include <string>
-
-/// Why the work cannot be done: a text for the user, without the program's name.
-class failure : public std::runtime_error {
-public:
-    explicit failure(const std::string& text) : std::runtime_error(text) {}
-    failure(const std::string& file, const std::string& text) : failure(file + ": " + text) {}
-    /// `line` counts from 1.
-    failure(const std::string& file, std::size_t line, const std::string& text)
-        : failure(file + ":" + std::to_string(line) + ": " + text) {}
-};
 
 /// Gives a command line what all companions have: the program's name, --help and --version.
 void prepare_command_line(CLI::App& command_line, const std::string& program);

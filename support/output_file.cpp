@@ -1,6 +1,6 @@
 #include "support/output_file.h"
 
-#include "support/companion.h"
+#include "support/failure.h"
 
 #include <cerrno>
 #include <cstdlib>
@@ -8,6 +8,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <utility>
 
 namespace {
 

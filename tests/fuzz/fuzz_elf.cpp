@@ -3,8 +3,10 @@
 #include "export/sections.h"
 #include "import/profile_format.h"
 #include "report/result.h"
-#include "support/companion.h"
+#include "support/failure.h"
 #include "tests/fuzz/fuzz.h"
+
+#include <nlohmann/json.hpp>
 
 namespace {
 

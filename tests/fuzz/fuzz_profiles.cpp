@@ -5,7 +5,7 @@
 #include "DIAG/diag.h"
 #include "ORDWELL/pettis_hansen.h"
 #include "import/profile_format.h"
-#include "support/companion.h"
+#include "support/failure.h"
 #include "tests/fuzz/fuzz.h"
 
 #include <set>
