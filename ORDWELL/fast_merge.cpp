@@ -158,15 +158,11 @@ private:
     std::vector<moving_edge> moving_;   ///< the same: those that are left
 };
 
-namespace {
-
 // The index with room for the pairs that folding adds.
 hash_index with_room(hash_index pairs, std::size_t edges) {
     pairs.reserve(edges + edges / 2);
     return pairs;
 }
-
-} // namespace
 
 merger::merger(call_profile& profile)
     : pairs_(with_room(profile.take_pair_index(), profile.edges().size())), groups_(profile.function_count()),
