@@ -56,14 +56,27 @@ function_table::function_table(const std::string& path) {
             symbol.name = names_.emplace_back(symbol.name);
         }
     });
+}
+
+void function_table::index_names() const {
+    if (!functions_.empty()) {
+        return;
+    }
     for (const elf_symbol& symbol : symbols_) {
-        if (symbol.kind != symbol_kind::function) {
-            continue;
-        }
-        by_address_.push_back(&symbol);
-        if (functions_.insert(symbol.name).second) {
+        if (symbol.kind == symbol_kind::function && functions_.insert(symbol.name).second) {
             const auto [entry, is_only] = plain_.emplace(without_additions(symbol.name), symbol.name);
             entry->second = is_only ? symbol.name : std::string_view();
+        }
+    }
+}
+
+void function_table::index_addresses() const {
+    if (!by_address_.empty()) {
+        return;
+    }
+    for (const elf_symbol& symbol : symbols_) {
+        if (symbol.kind == symbol_kind::function) {
+            by_address_.push_back(&symbol);
         }
     }
     std::stable_sort(by_address_.begin(), by_address_.end(),
@@ -71,6 +84,7 @@ function_table::function_table(const std::string& path) {
 }
 
 std::string_view function_table::find(std::string_view name) const {
+    index_names();
     if (const auto exact = functions_.find(name); exact != functions_.end()) {
         return *exact;
     }
@@ -79,6 +93,7 @@ std::string_view function_table::find(std::string_view name) const {
 }
 
 std::string_view function_table::at(std::uint64_t address, std::string_view preferred) const {
+    index_addresses();
     const auto behind = std::upper_bound(by_address_.begin(), by_address_.end(), address,
                                          [](std::uint64_t a, const elf_symbol* b) { return a < b->address; });
     const elf_symbol* chosen = nullptr;
@@ -101,6 +116,7 @@ std::string_view function_table::at(std::uint64_t address, std::string_view pref
 }
 
 bool function_table::is_demangled(std::string_view name) const {
+    index_names();
     if (demangled_.empty()) {
         demangled_.insert("");
         for (const std::string_view function : functions_) {

@@ -36,14 +36,19 @@ public:
     bool is_demangled(std::string_view name) const;
 
 private:
+    void index_names() const;
+    void index_addresses() const;
+
     std::deque<std::string> names_; ///< what symbols_ borrows from
     std::vector<elf_symbol> symbols_;
-    std::vector<const elf_symbol*> by_address_;               ///< functions, ascending; several may share an address
-    std::unordered_set<std::string_view> functions_;          ///< the names of functions
-    std::unordered_map<std::string, std::string_view> plain_; ///< by name without additions; empty: several
-    mutable std::unordered_set<std::string> demangled_;       ///< filled at the first question
     bool is_64_bit_ = false;
     bool is_little_endian_ = false;
+
+    // Indexes, each made at the first question: not every user asks all.
+    mutable std::vector<const elf_symbol*> by_address_;               ///< functions, ascending; several may share one
+    mutable std::unordered_set<std::string_view> functions_;          ///< the names of functions
+    mutable std::unordered_map<std::string, std::string_view> plain_; ///< by name without additions; empty: several
+    mutable std::unordered_set<std::string> demangled_;
 };
 
 /// The readable form of a mangled C++ name; the name itself for any other.

@@ -81,16 +81,23 @@ double weighted_median(std::span<const weighted_distance> distances, std::uint64
     return static_cast<double>(largest);
 }
 
-// The figures of calls, which do not depend on the order of `functions`.
-void measure_calls(std::span<const extent> functions, std::span<const counted_calls> all, figures& result) {
-    std::vector<weighted_distance> distances;
+// The figures of calls, which do not depend on the order of `functions`. `distances` is scratch, kept from layout to layout.
+void measure_calls(std::span<const extent> functions, std::span<const counted_calls> all,
+                   std::vector<weighted_distance>& distances, figures& result) {
+    distances.clear();
     distances.reserve(all.size());
     std::uint64_t calls = 0;
     std::uint64_t on_page = 0;
     std::uint64_t in_block = 0;
     std::uint64_t largest = 0;
     double weighted_sum = 0;
-    for (const counted_calls& c : all) {
+    constexpr std::size_t ahead = 24; // calls between prefetch and use: their functions lie anywhere
+    for (std::size_t i = 0; i < all.size(); ++i) {
+        if (i + ahead < all.size()) {
+            __builtin_prefetch(&functions[all[i + ahead].first]);
+            __builtin_prefetch(&functions[all[i + ahead].second]);
+        }
+        const counted_calls& c = all[i];
         const std::uint64_t a = functions[c.first].address;
         const std::uint64_t b = functions[c.second].address;
         const std::uint64_t distance = distance_of(c, functions);
@@ -146,7 +153,8 @@ std::span<const figure_row> figure_rows() {
 figures measure(const called_code& code) {
     figures result;
     measure_space(code.functions, result);
-    measure_calls(code.functions, code.calls, result);
+    std::vector<weighted_distance> distances;
+    measure_calls(code.functions, code.calls, distances, result);
     return result;
 }
 
@@ -154,6 +162,7 @@ figures measure_random(const called_code& code, std::uint64_t seed) {
     constexpr std::uint64_t alignment = 16;
     figures layout;
     std::array<mean, 7> means;
+    std::vector<weighted_distance> distances;
     std::vector<std::uint32_t> order(code.functions.size());
     std::vector<extent> by_number(code.functions.size());
     std::vector<extent> by_address(code.functions.size());
@@ -172,7 +181,7 @@ figures measure_random(const called_code& code, std::uint64_t seed) {
         }
         layout = {};
         measure_space(by_address, layout);
-        measure_calls(by_number, code.calls, layout);
+        measure_calls(by_number, code.calls, distances, layout);
         const std::optional<double> values[] = {layout.pages_4k,      layout.blocks_64k,      layout.pages_2m,
                                                 layout.mean_distance, layout.median_distance, layout.same_page,
                                                 layout.same_64k};
