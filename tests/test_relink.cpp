@@ -156,7 +156,8 @@ TEST_F(Relink, ReadsWhatPerfWrites) {
         run(R"(perf script --no-demangle -i chains 2>/dev/null | tee text | ordwell-import --quiet --binary=app -
         perf script --no-demangle -i chains -F ip,sym,symoff,dso 2>/dev/null | ordwell-import --quiet --binary=app - >b.csv
         ordwell-import --quiet --binary=app text | cmp - b.csv)");
-    EXPECT_TRUE(chains.out.find("main,_Z9recursivei,") != std::string::npos) << chains.out << chains.err;
+    // Nearly all of the time goes there, though which of its callers the clock meets is chance.
+    EXPECT_NE(chains.out.find(",_Z9recursivei,"), std::string::npos) << chains.out << chains.err;
     EXPECT_EQ(chains.err, "");
     const outcome single = run(R"(perf record -q -e cpu-clock -o single ./app $(seq 40) >said
         perf script --no-demangle -i single 2>/dev/null | ordwell-import --quiet --binary=app - >a.csv
