@@ -171,11 +171,11 @@ void call_profile::add_rows(std::span<const call_row> rows) {
             name_index_.prefetch(resolved[i].callee_hash);
         }
         const auto prefetch_entry = [&](std::uint32_t function) {
-            __builtin_prefetch(&names_[function]);
+            prefetch_name(function);
             return true;
         };
         const auto prefetch_bytes = [&](std::uint32_t function) {
-            __builtin_prefetch(names_[function].data());
+            prefetch_name_bytes(function);
             return true;
         };
         for (std::size_t i = 0; i < batch.size(); ++i) {

@@ -14,10 +14,9 @@
 // looked at. An index grows when it is three quarters full; the hash's top bits are the slot, so growing walks both
 // arrays once from front to back.
 //
-// How large everything becomes is guessed from the file: a reader that has seen a tenth of it tells
-// expect_growth(10). A
-// guess may be wrong, and a hostile file may provoke it, so an array grows at most eightfold at a time, and only when it
-// is full: one pair in a million rows never makes it grow.
+// How large everything becomes is guessed from the file: a reader that has seen a tenth of it tells expect_growth(10).
+// A guess may be wrong, and a hostile file may provoke it, so an array grows at most eightfold at a time, and only when
+// it is full: one pair in a million rows never makes it grow.
 #pragma once
 
 #include "support/huge_pages.h"

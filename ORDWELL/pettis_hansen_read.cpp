@@ -8,10 +8,10 @@
 // so is a row that starts with a double quote (the header again, where files were concatenated) or whose weight is
 // 0. Names are taken byte for byte. The first bad row ends the file with one message; what was read before it stays.
 //
-// The file is read in blocks of whole lines (support/line_blocks.h), so that a row is looked at where it was read and its names are copied
-// only when they are new. Rows go to the graph in batches (ORDWELL/call_profile.h says why). The input may be
-// anything that can be read, such as a pipe; a directory opens but yields no line. At a read error the lines before it
-// count, and the one that it cut off does not: its weight might have lost digits.
+// The file is read in blocks of whole lines (support/line_blocks.h), so that a row is looked at where it was read and
+// its names are copied only when they are new. Rows go to the graph in batches (ORDWELL/call_profile.h says why). The
+// input may be anything that can be read, such as a pipe; a directory opens but yields no line. At a read error the
+// lines before it count, and the one that it cut off does not: its weight might have lost digits.
 #include "DIAG/diag_messages.h"
 #include "ORDWELL/pettis_hansen.h"
 #include "support/debug_switch.h"

@@ -11,10 +11,6 @@ namespace {
 
 constexpr std::size_t other_objects_kept = 5;
 
-std::string_view base_name(std::string_view path) {
-    return path.substr(path.rfind('/') + 1); // npos + 1 is 0
-}
-
 // The name without what is no part of it: a version ("f@@V1") or the mark of a stub ("f@plt").
 std::string_view symbol_of(std::string_view name) {
     return name.substr(0, name.find('@', 1));
@@ -45,6 +41,10 @@ std::uint32_t hash_of_call(std::uint32_t caller, std::uint32_t callee) {
 }
 
 } // namespace
+
+std::string_view base_name(std::string_view path) {
+    return path.substr(path.rfind('/') + 1); // npos + 1 is 0
+}
 
 call_table::call_table(const function_table* binary, std::vector<std::string> objects)
     : binary_(binary), objects_(std::move(objects)) {

@@ -29,6 +29,9 @@
 #include <string_view>
 #include <vector>
 
+/// The last part of a path.
+std::string_view base_name(std::string_view path);
+
 class call_table {
 public:
     /// The number of a kept function, or one of the three reasons why a function is not kept.

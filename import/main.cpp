@@ -26,21 +26,17 @@ struct settings {
     std::vector<std::string> profiles;
 };
 
-std::string base_name(const std::string& path) {
-    return path.substr(path.rfind('/') + 1);
-}
-
 // The names under which profilers may know a binary: by its name, and by what a symbolic link stands for.
 std::vector<std::string> object_names(const settings& chosen) {
     if (!chosen.object.empty()) {
-        return {base_name(chosen.object)};
+        return {std::string(base_name(chosen.object))};
     }
     if (chosen.binary.empty()) {
         return {};
     }
-    std::vector<std::string> names = {base_name(chosen.binary)};
+    std::vector<std::string> names = {std::string(base_name(chosen.binary))};
     if (char* const real = realpath(chosen.binary.c_str(), nullptr)) {
-        names.push_back(base_name(real));
+        names.emplace_back(base_name(real));
         std::free(real);
     }
     return names;

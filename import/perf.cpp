@@ -203,9 +203,8 @@ private:
             for (const branch& b : branches_) {
                 calls_.add_call(b.from, b.to, 1);
             }
-            for (const call_table::function f : frames_) {
-                calls_.add_run(f, 1);
-                break;
+            if (!frames_.empty()) {
+                calls_.add_run(frames_.front(), 1);
             }
         } else {
             std::size_t next = 0;

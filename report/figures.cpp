@@ -56,8 +56,9 @@ using weighted_distance = std::pair<std::uint64_t, std::uint64_t>;
 // The smallest distance at which half of the calls are reached. First a count by the distance's leading bits finds the
 // stretch of it, then only that is sorted.
 double weighted_median(std::span<const weighted_distance> distances, std::uint64_t largest, std::uint64_t calls) {
-    constexpr unsigned int bucket_bits = 14;
-    const unsigned int shift = static_cast<unsigned int>(std::max(static_cast<int>(std::bit_width(largest)) - 14, 0));
+    constexpr int bucket_bits = 14;
+    const unsigned int shift =
+        static_cast<unsigned int>(std::max(static_cast<int>(std::bit_width(largest)) - bucket_bits, 0));
     std::vector<std::uint64_t> buckets(std::size_t{1} << bucket_bits);
     for (const auto& [distance, count] : distances) {
         buckets[distance >> shift] += count;
