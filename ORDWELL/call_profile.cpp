@@ -84,9 +84,6 @@ std::uint32_t call_profile::find_or_add_hashed(std::string_view name, std::uint3
         names_.reserve(grown(names_.size(), earlier_names_));
     }
     append_name(name);
-    if (name_index_.is_full()) {
-        name_index_.reserve(grown(names_.size(), earlier_names_));
-    }
     name_index_.insert(hash, added);
     return added;
 }
@@ -98,11 +95,14 @@ void call_profile::begin_input() {
 }
 
 std::size_t call_profile::grown(std::size_t size, std::size_t earlier) const {
+    constexpr double farthest_guess = 32;
     constexpr double margin = 1.02;
     const auto now = static_cast<double>(size);
-    const double expected = now + static_cast<double>(size - earlier) * (expected_growth_ * margin - 1);
-    const double least = expected_growth_ > 1 ? 1.25 : 2;
-    return static_cast<std::size_t>(std::clamp(expected, now * least, now * 8)) + 16;
+    if (expected_growth_ > farthest_guess) {
+        return size * 2 + 16;
+    }
+    const double guess = now + static_cast<double>(size - earlier) * (expected_growth_ * margin - 1);
+    return static_cast<std::size_t>(std::max(guess, now * (expected_growth_ > 1 ? 1.25 : 2))) + 16;
 }
 
 hash_index call_profile::take_pair_index() {
@@ -143,8 +143,8 @@ void call_profile::add_edge_hashed(std::uint32_t caller, std::uint32_t callee, s
     if (edges_.size() == edges_.capacity()) {
         edges_.reserve(grown(edges_.size(), earlier_edges_));
     }
-    if (pair_index_.is_full()) {
-        pair_index_.reserve(grown(edges_.size(), earlier_edges_));
+    if (pair_index_.is_full()) { // half as many again will come in merging
+        pair_index_.reserve(grown(edges_.size(), earlier_edges_) / 2 * 3);
     }
     pair_index_.insert(hash, static_cast<std::uint32_t>(edges_.size()));
     edges_.push_back({caller, callee, weight});

@@ -15,8 +15,8 @@
 // arrays once from front to back.
 //
 // How large everything becomes is guessed from the file: a reader that has seen a tenth of it tells expect_growth(10).
-// A guess may be wrong, and a hostile file may provoke it, so an array grows at most eightfold at a time, and only when
-// it is full: one pair in a million rows never makes it grow.
+// A guess may be wrong, and a hostile file may provoke it, so it is believed only once a 32nd of the file has been read,
+// and an array grows only when it is full: one pair in a million rows never makes it grow.
 #pragma once
 
 #include "support/huge_pages.h"

@@ -187,6 +187,7 @@ merger::merger(call_profile& profile)
         g.first = {begin, begin + g.entries, no_index};
         begin += g.entries;
     }
+    incident_.reserve(std::size_t{begin} + begin / 16); // attach() adds few
     incident_.resize(begin);
     for (std::uint32_t number = 0; number < read.size(); ++number) {
         incident_[ends[read[number].first]++] = number;
@@ -422,14 +423,20 @@ void merger::move_to_back(std::uint32_t moving) {
 void merger::attach(std::uint32_t kept, std::uint32_t from) {
     group& g = groups_[kept];
     if (!moving_.empty()) {
-        const std::size_t begin = incident_.size();
-        internal_assert(begin + moving_.size() < no_index, "ORDWELL/fast_merge", "attach", "incidences < 2^32 - 1");
+        // Most often they fit where the edges of the other group began; few go to the end of the array.
+        std::uint32_t begin = groups_[from].first.begin;
+        if (moving_.size() > groups_[from].first.end - begin) {
+            internal_assert(incident_.size() + moving_.size() < no_index, "ORDWELL/fast_merge", "attach",
+                            "incidences < 2^32 - 1");
+            begin = static_cast<std::uint32_t>(incident_.size());
+            incident_.resize(begin + moving_.size());
+        }
+        std::uint32_t end = begin;
         for (const moving_edge& m : moving_) {
-            incident_.push_back(m.number);
+            incident_[end++] = m.number;
         }
         const auto added = static_cast<std::uint32_t>(segments_.size());
-        segments_.push_back(
-            {static_cast<std::uint32_t>(begin), static_cast<std::uint32_t>(incident_.size()), no_index});
+        segments_.push_back({begin, end, no_index});
         (g.last_segment == no_index ? g.first : segments_[g.last_segment]).next = added;
         g.last_segment = added;
         g.entries += static_cast<std::uint32_t>(moving_.size());
