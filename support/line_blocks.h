@@ -69,7 +69,7 @@ public:
     int error() const { return error_; }
 
 private:
-    static constexpr std::size_t block_size = 256 * 1024; // fits the second-level cache
+    static constexpr std::size_t block_size = 64 * 1024; // fits the second-level cache together with the rows found in it
 
     int file_;
     std::vector<char> buffer_;
