@@ -69,7 +69,8 @@ public:
     int error() const { return error_; }
 
 private:
-    static constexpr std::size_t block_size = 64 * 1024; // fits the second-level cache together with the rows found in it
+    static constexpr std::size_t block_size =
+        64 * 1024; // fits the second-level cache together with the rows found in it
 
     int file_;
     std::vector<char> buffer_;
