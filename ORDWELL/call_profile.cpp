@@ -80,9 +80,6 @@ std::uint32_t call_profile::find_or_add_hashed(std::string_view name, std::uint3
     }
     internal_assert(names_.size() < no_index, "ORDWELL/call_profile", "find_or_add", "function count < 4294967295");
     const std::uint32_t added = function_count();
-    if (names_.size() == names_.capacity()) {
-        names_.reserve(grown(names_.size(), earlier_names_));
-    }
     append_name(name);
     name_index_.insert(hash, added);
     return added;
@@ -90,19 +87,18 @@ std::uint32_t call_profile::find_or_add_hashed(std::string_view name, std::uint3
 
 void call_profile::begin_input() {
     expected_growth_ = 1;
-    earlier_names_ = names_.size();
     earlier_edges_ = edges_.size();
 }
 
-std::size_t call_profile::grown(std::size_t size, std::size_t earlier) const {
+std::size_t call_profile::grown_edge_count() const {
     constexpr double farthest_guess = 32;
     constexpr double margin = 1.02;
-    const auto now = static_cast<double>(size);
-    if (expected_growth_ > farthest_guess) {
-        return size * 2 + 16;
+    const auto now = static_cast<double>(edges_.size());
+    if (expected_growth_ == 1 || expected_growth_ > farthest_guess) {
+        return edges_.size() * 2 + 16;
     }
-    const double guess = now + static_cast<double>(size - earlier) * (expected_growth_ * margin - 1);
-    return static_cast<std::size_t>(std::max(guess, now * (expected_growth_ > 1 ? 1.25 : 2))) + 16;
+    const double guess = now + static_cast<double>(edges_.size() - earlier_edges_) * (expected_growth_ * margin - 1);
+    return static_cast<std::size_t>(std::max(guess, now * 1.25)) + 16;
 }
 
 hash_index call_profile::take_pair_index() {
@@ -141,10 +137,10 @@ void call_profile::add_edge_hashed(std::uint32_t caller, std::uint32_t callee, s
     }
     internal_assert(edges_.size() < no_index, "ORDWELL/call_profile", "add_edge", "edge count < 4294967295");
     if (edges_.size() == edges_.capacity()) {
-        edges_.reserve(grown(edges_.size(), earlier_edges_));
+        edges_.reserve(grown_edge_count());
     }
     if (pair_index_.is_full()) { // half as many again will come in merging
-        pair_index_.reserve(grown(edges_.size(), earlier_edges_) / 2 * 3);
+        pair_index_.reserve(grown_edge_count() / 2 * 3);
     }
     pair_index_.insert(hash, static_cast<std::uint32_t>(edges_.size()));
     edges_.push_back({caller, callee, weight});

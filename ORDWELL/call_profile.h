@@ -14,9 +14,9 @@
 // looked at. An index grows when it is three quarters full; the hash's top bits are the slot, so growing walks both
 // arrays once from front to back.
 //
-// How large everything becomes is guessed from the file: a reader that has seen a tenth of it tells expect_growth(10).
-// A guess may be wrong, and a hostile file may provoke it, so it is believed only once a 32nd of the file has been read,
-// and an array grows only when it is full: one pair in a million rows never makes it grow.
+// How many edges there will be is guessed from the file: a reader that has seen a tenth of it tells expect_growth(10). A
+// guess may be wrong, and a hostile file may provoke it, so it is believed only once a 32nd of the file has been read, and
+// an array grows only when it is full: one pair in a million rows never makes it grow. Names recur too much for a guess.
 #pragma once
 
 #include "support/huge_pages.h"
@@ -177,8 +177,8 @@ private:
     std::uint32_t find_or_add_hashed(std::string_view name, std::uint32_t hash);
     void add_edge_hashed(std::uint32_t caller, std::uint32_t callee, std::uint32_t weight, std::uint32_t hash);
 
-    /// The size that a full array of `size` elements, `earlier` of them from before the input, grows to.
-    std::size_t grown(std::size_t size, std::size_t earlier) const;
+    /// The number of edges for which full arrays make room.
+    std::size_t grown_edge_count() const;
     void index_pairs();
 
     std::pmr::monotonic_buffer_resource name_bytes_; ///< owns the bytes of all names
@@ -188,7 +188,6 @@ private:
     hash_index pair_index_;
     bool has_pair_index_ = true; ///< false once it was given away
     double expected_growth_ = 1;
-    std::size_t earlier_names_ = 0; ///< from before the present input
-    std::size_t earlier_edges_ = 0;
+    std::size_t earlier_edges_ = 0; ///< from before the present input
     bool has_weightless_edge_ = false;
 };

@@ -182,24 +182,8 @@ TEST(Graph, TracesAMerge) {
     merge_trace = 3;
     const std::string trace = printed([&] { graph.merge_nodes(orig); });
     merge_trace = 0;
-    const std::string start = "START GRAPH=============================================\n";
-    const std::string end = "END GRAPH=============================================\n";
-    const std::string first_merge = end +
-                                    "    Source Node 1: [ main ]\n"
-                                    "    Source Node 2: [ f ]\n"
-                                    "     Add edge [ f ]\n"
-                                    "     to [ g ] to merged node\n"
-                                    "      identify edges in orig graph between [ main ]\n"
-                                    "      and [ f ]\n"
-                                    "      >>>> merge_node phn1 now [ f  main ] <<<<\n" +
-                                    start +
-                                    "  [ f  main ]\n    Edges: \n      [ g ](wt:8)\n"
-                                    "  [ g ]\n    Edges: \n      [ f  main ](wt:8)\n      [ h ](wt:8)\n"
-                                    "  [ h ]\n    Edges: \n      [ g ](wt:8)\n" +
-                                    end;
-    EXPECT_NE(trace.find(first_merge), std::string::npos) << trace;
-    const std::string last = start + "  [ f  main  g  h ]\n\n" + end;
-    EXPECT_EQ(trace.substr(trace.size() - 2 * last.size()), last + last);
+    std::ifstream expected(ORDWELL_SOURCE "/tests/sample/merge_trace.txt");
+    EXPECT_EQ(trace, std::string(std::istreambuf_iterator<char>(expected), {}));
 
     const auto counts = [&](int level) { // of dumps, chosen edges, joins and folded edges
         PETTIS_HANSEN_GRAPH traced;
@@ -210,11 +194,10 @@ TEST(Graph, TracesAMerge) {
         merge_trace = 0;
         std::vector<int> found;
         for (const char* const line : {"START GRAPH", "Source Node 1", ">>>> merge_node", "Add edge"}) {
-            int count = 0;
+            found.push_back(0);
             for (std::size_t at = text.find(line); at != std::string::npos; at = text.find(line, at + 1)) {
-                ++count;
+                ++found.back();
             }
-            found.push_back(count);
         }
         return found;
     };
@@ -223,11 +206,6 @@ TEST(Graph, TracesAMerge) {
     EXPECT_EQ(counts(2), std::vector<int>({2, 3, 3, 0}));
     EXPECT_EQ(counts(3), std::vector<int>({5, 3, 3, 2}));
     EXPECT_EQ(counts(-1), std::vector<int>({2, 3, 0, 0}));
-
-    merge_trace = 1; // on an empty graph: two dumps and nothing else
-    PETTIS_HANSEN_GRAPH empty;
-    EXPECT_EQ(printed([&] { empty.merge_nodes(orig); }), start + end + start + end);
-    merge_trace = 0;
 }
 
 TEST(Graph, TracesReadingAndJoining) {

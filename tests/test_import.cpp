@@ -34,74 +34,8 @@ std::string imported(const std::string& profile, const std::string& options = ""
     return ran.out.substr(ran.out.empty() ? 0 : header.size()) + ran.err;
 }
 
-const std::string callgrind = R"(# callgrind format
-version: 1
-part: 1
-positions: line
-events: Ir
-
-ob=(1) /usr/bin/app
-fl=(1) main.c
-fn=(1) main
-16 4
-+1 4
-cob=(2) /lib/libc.so
-cfi=(2) stdio.c
-cfn=(2) puts
-calls=3 20
-* 30
-cfn=(3) f
-calls=0x10 50
-+1 400
-jfi=(3) x.c
-jfn=(4) g
-jcnd=3/5 +3
-16
-jump=2 +3
-*
-fn=(3)
-fi=(4) inline.h
-50 4
-fe=(1)
-cfn=(5) f'2
-calls=7 50
-* 9
-cfi=(1)
-cfn=(4)
-calls=2 90
-* 9
-fn=(5)
-51 1
-cfn=(4)
-calls=5 90
-* 9
-
-fn=(6) lonely
-99 1
-
-ob=(2)
-fn=(2)
-20 1
-cob=(1)
-cfn=(7) callback
-calls=9 120
-* 1
-cob=(1)
-cfn=(8) (below main)
-calls=9 120
-* 1
-
-part: 2
-positions: line
-events: Ir
-fn=(1) g
-90 1
-cfn=(2) f
-calls=1 50
-* 1
-)";
-
 TEST(Import, ReadsCallgrind) {
+    const std::string callgrind = scratch_folder().run("cat " ORDWELL_SOURCE "/tests/sample/callgrind.out").out;
     EXPECT_EQ(imported(callgrind, "--quiet"),
               "main,puts,3\nmain,f,16\nf,g,7\nlonely,lonely,1\nputs,callback,9\ng,f,1\n");
     EXPECT_EQ(imported(callgrind, "--object=app"),
