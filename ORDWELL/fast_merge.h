@@ -1,10 +1,10 @@
 // Fast merging: the result of step-by-step Pettis-Hansen merging, byte for byte, in nearly linear time.
 #pragma once
 
-#include "ORDWELL/call_profile.h"
-
 #include <cstdint>
 #include <vector>
+
+class call_profile;
 
 /// Functions arranged in chains.
 struct function_layout {

@@ -2,6 +2,7 @@
 #include "ORDWELL/pettis_hansen.h"
 
 #include "DIAG/diag_messages.h"
+#include "ORDWELL/call_profile.h"
 #include "support/debug_switch.h"
 
 #include <algorithm>

@@ -42,6 +42,9 @@
 #include <utility>
 #include <vector>
 
+class call_profile;
+struct call_row;
+
 class PETTIS_HANSEN_GRAPH {
 public:
     /// Vertices in a vector, so that a descriptor is an index; edges in one list in creation order; the weight is a

@@ -11,6 +11,7 @@
 //     (main, g, 8)     g-h (8) becomes (main, h, 8)     f main g
 //     (main, h, 8)     nothing                          f main g h
 #include "DIAG/diag_messages.h"
+#include "ORDWELL/call_profile.h"
 #include "ORDWELL/pettis_hansen.h"
 #include "support/debug_switch.h"
 

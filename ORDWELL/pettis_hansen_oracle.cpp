@@ -9,6 +9,7 @@
 //
 // A tie goes to the lower number. The first chain need not be reversed: that changes no distance.
 #include "DIAG/diag_messages.h"
+#include "ORDWELL/call_profile.h"
 #include "ORDWELL/pettis_hansen.h"
 #include "support/debug_switch.h"
 

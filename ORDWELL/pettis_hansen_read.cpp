@@ -13,6 +13,7 @@
 // input may be anything that can be read, such as a pipe; a directory opens but yields no line. At a read error the
 // lines before it count, and the one that it cut off does not: its weight might have lost digits.
 #include "DIAG/diag_messages.h"
+#include "ORDWELL/call_profile.h"
 #include "ORDWELL/pettis_hansen.h"
 #include "support/debug_switch.h"
 #include "support/line_blocks.h"

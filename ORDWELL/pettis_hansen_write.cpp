@@ -6,6 +6,7 @@
 // is flushed as it is written, so that whoever watches the file sees whole lines.
 #include "DIAG/diag_messages.h"
 #include "ORDWELL/order_file.h"
+#include "ORDWELL/call_profile.h"
 #include "ORDWELL/pettis_hansen.h"
 
 #include <cerrno>

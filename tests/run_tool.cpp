@@ -18,16 +18,16 @@ scratch_folder::~scratch_folder() {
 }
 
 void scratch_folder::write(const std::string& name, const std::string& bytes) const {
-    std::ofstream(path_ + "/" + name, std::ios::binary) << bytes;
+    std::ofstream(path(name), std::ios::binary) << bytes;
 }
 
 std::string scratch_folder::read(const std::string& name) const {
-    std::ifstream file(path_ + "/" + name, std::ios::binary);
+    std::ifstream file(path(name), std::ios::binary);
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
 bool scratch_folder::has(const std::string& name) const {
-    return std::filesystem::exists(path_ + "/" + name);
+    return std::filesystem::exists(path(name));
 }
 
 outcome scratch_folder::run(const std::string& command) const {

@@ -18,6 +18,7 @@ public:
     scratch_folder(const scratch_folder&) = delete;
     scratch_folder& operator=(const scratch_folder&) = delete;
 
+    std::string path(const std::string& name) const { return path_ + "/" + name; }
     void write(const std::string& name, const std::string& bytes) const;
     std::string read(const std::string& name) const;
     bool has(const std::string& name) const;

@@ -2,6 +2,7 @@
 // printed to a file of the test instead of the standard streams.
 #include "DIAG/diag_messages.h"
 #include "DIAG/user_msg_api.h"
+#include "tests/run_tool.h"
 
 #include <gtest/gtest.h>
 
@@ -102,10 +103,9 @@ TEST_F(Diagnostics, BuildsHeaders) {
 }
 
 TEST_F(Diagnostics, ShowsUserPositions) {
-    const std::string path = testing::TempDir() + "ordwell_source.txt";
-    FILE* const source = std::fopen(path.c_str(), "w");
-    std::fputs("first\nsecond", source);
-    std::fclose(source);
+    const scratch_folder folder;
+    const std::string path = folder.path("source");
+    folder.write("source", "first\nsecond");
     USER_MSG& user = *USER_MSG::get_umsg_obj();
     const auto error_at = [&](int line, int column, bool approximate) {
         DIAG_SRCINFO_DATA position(path, line, column, approximate);

@@ -4,6 +4,7 @@
 #include "ORDWELL/pettis_hansen.h"
 #include "support/debug_switch.h"
 #include "tests/printed.h"
+#include "tests/run_tool.h"
 
 #include <gtest/gtest.h>
 
@@ -211,8 +212,9 @@ TEST(Graph, TracesAMerge) {
 TEST(Graph, TracesReadingAndJoining) {
     register_option read_trace("debug:wcg");
     register_option join_trace("debug:wcg_node");
-    std::string path = testing::TempDir() + "ordwell_trace.csv";
-    std::ofstream(path) << "\"caller\",\"callee\",\"weight\"\nmain,f,1\nbad\n";
+    const scratch_folder folder;
+    std::string path = folder.path("a.csv");
+    folder.write("a.csv", csv("main,f,1\nbad\n"));
     PETTIS_HANSEN_GRAPH graph;
     DIAGNOSTIC::fp_m = std::tmpfile();
     read_trace = 1;
@@ -223,7 +225,6 @@ TEST(Graph, TracesReadingAndJoining) {
     read_trace = 0;
     std::fclose(std::exchange(DIAGNOSTIC::fp_m, nullptr));
     DIAGNOSTIC::error_count_m = 0;
-    std::remove(path.c_str());
 
     PETTIS_HANSEN_GRAPH orig(graph);
     join_trace = 1;
@@ -248,12 +249,12 @@ TEST(Graph, TracesReadingAndJoining) {
 
 // Reading gives the same graph whatever form the graph had before.
 TEST_P(GraphForm, ReadsOnTopOfWhatIsThere) {
-    std::string path = testing::TempDir() + "ordwell_read.csv";
-    std::ofstream(path) << "\"caller\",\"callee\",\"weight\"\nf,main,1\nf,x,2\n\"skipped\",f,1\nx,x,7\ny,y,1\n";
+    const scratch_folder folder;
+    std::string path = folder.path("a.csv");
+    folder.write("a.csv", csv("f,main,1\nf,x,2\n\"skipped\",f,1\nx,x,7\ny,y,1\n"));
     fill_example(graph);
     graph.read(path);
     graph.read(path);
-    std::remove(path.c_str());
     PETTIS_HANSEN_GRAPH expected;
     fill_example(expected);
     fill(expected, {{"f", "main", 2}, {"f", "x", 4}, {"y", "y", 1}});
@@ -322,6 +323,11 @@ TEST(GraphDeath, InternalErrorsAbort) {
     graph.add_node("main");
     EXPECT_DEATH(graph.add_edge("f", "main", 1), "^ORDWELL/pettis_hansen:350:internal fatal error #22005: \\(f\\)\n$");
     EXPECT_DEATH(graph.add_edge("main", "f", 1), "^ORDWELL/pettis_hansen:353:internal fatal error #22005: \\(f\\)\n$");
+    DIAGNOSTIC::push_debug_mode(true); // then they return
+    DIAGNOSTIC::fp_m = std::tmpfile();
+    EXPECT_FALSE(graph.add_edge("f", "main", 1) || graph.add_edge("main", "f", 1));
+    std::fclose(std::exchange(DIAGNOSTIC::fp_m, nullptr));
+    DIAGNOSTIC::pop_debug_mode();
     const PHNODE known("main");
     const PHNODE unknown("f");
     EXPECT_DEATH(graph.merge_order_oracle(&unknown, &known, graph), "pettis_hansen:713:internal fatal error #22005: ");

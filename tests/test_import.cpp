@@ -184,8 +184,8 @@ TEST(Import, WritesAllOrNothing) {
         EXPECT_EQ(folder.run("ordwell-import "s + wrong).status, 2) << wrong;
         EXPECT_EQ(folder.run("ordwell-export --linker=lld "s + wrong).status, 2) << wrong;
     }
-    EXPECT_EQ(folder.run("ordwell-import --version && ordwell-export --version").out,
-              "ordwell-import 8.1.8\nordwell-export 8.1.8\n");
+    EXPECT_EQ(folder.run("ordwell-import --version && ordwell-export --version && ordwell-report --version").out,
+              "ordwell-import 8.1.8\nordwell-export 8.1.8\nordwell-report 8.1.8\n");
 }
 
 } // namespace

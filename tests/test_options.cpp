@@ -42,7 +42,14 @@ TEST_F(Options, CountsAndPointsToRejectedText) {
     EXPECT_EQ(options.state[warnings], 2);
     EXPECT_EQ(options.seen[warnings], 2);
     EXPECT_EQ(options.parsed[warnings], 2);
-    EXPECT_EQ(options.form[warnings], 0);
+    const std::pair<id, const char*> spellings[] = {{buffer, "-pdb"},
+                                                    {buffer, "--buffer_diagnostics"},
+                                                    {static_cast<id>(warnings), "-pdew"},
+                                                    {static_cast<id>(warnings), "--emit_warnings_as_errors"}};
+    for (const auto& [option, spelling] : spellings) {
+        options.apply(spelling);
+        EXPECT_STREQ(options.format_of_option(option), spelling);
+    }
     EXPECT_EQ(options.process_option(nullptr, nullptr), 1);
     EXPECT_EQ(options.process_option("", nullptr), 1);
     const char* rest = nullptr;

@@ -21,6 +21,13 @@ inline void require(bool holds, const char* promise) {
     }
 }
 
+/// Sends what is written to a stream nowhere.
+inline void silence(FILE*& stream) {
+    static FILE* const nowhere = std::fopen("/dev/null", "w");
+    require(nowhere != nullptr, "/dev/null");
+    stream = nowhere;
+}
+
 /// The bytes as a file that can be opened by name.
 class memory_file {
 public:

@@ -78,9 +78,8 @@ extern "C" const char* __lsan_default_suppressions() {
 #endif
 
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t size) {
-    static FILE* const nowhere = DIAGNOSTIC::fp_m = std::fopen("/dev/null", "w");
-    static const bool quiet = std::freopen("/dev/null", "w", stdout) != nullptr;
-    require(nowhere != nullptr && quiet, "/dev/null");
+    silence(DIAGNOSTIC::fp_m);
+    silence(stdout);
     option_obj::next_arg = next_argument;
     DIAGNOSTIC::error_count_m = 0;
     arguments.assign(1, {});

@@ -67,8 +67,7 @@ void check(unsigned char choice, std::string_view bytes) {
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t size) {
-    static FILE* const nowhere = DIAGNOSTIC::fp_m = std::fopen("/dev/null", "w");
-    require(nowhere != nullptr, "/dev/null");
+    silence(DIAGNOSTIC::fp_m);
     if (size > 0) {
         check(data[0], {reinterpret_cast<const char*>(data + 1), size - 1});
     }
