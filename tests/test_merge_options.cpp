@@ -163,7 +163,7 @@ TEST_F(MergeOptions, ComparesArguments) {
     const argument small = argument_of(option_obj::parm_unsigned, "3");
     const argument text = argument_of(option_obj::parm_string, "b");
     EXPECT_TRUE((argument{argument::none, 1L, 0}) == (argument{argument::none, std::string("x"), 2}));
-    EXPECT_TRUE(nothing == argument() && two == two && !(two == minus_one) && !(two == small));
+    EXPECT_TRUE(nothing.count == 0 && nothing == argument() && two == two && !(two == minus_one) && !(two == small));
     EXPECT_TRUE(two > minus_one && large > small && text > argument_of(option_obj::parm_string, "a"));
     EXPECT_TRUE(text > nothing && !(nothing > text) && !(nothing > nothing) && !(text > text));
     const argument list = argument_of(option_obj::parm_string_list, "x");

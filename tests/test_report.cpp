@@ -40,12 +40,20 @@ struct call {
     std::uint64_t count;
 };
 
-// The figures of the calls, the slow way.
-json expected_figures(const symbol_map& symbols, const std::vector<call>& calls) {
+/// What a report says of the calls, the slow way.
+struct expectation {
+    json figures;
+    std::vector<std::uint64_t> distances;        // one for each call, sorted
+    std::map<std::uint64_t, std::size_t> pages;  // functions by page
+    std::map<std::uint64_t, std::uint64_t> ends; // ends of calls by page
+};
+
+expectation expected_report(const symbol_map& symbols, const std::vector<call>& calls) {
     std::map<std::uint64_t, std::uint64_t> functions; // size by address
+    expectation expected;
+    auto& distances = expected.distances;
     std::set<std::uint64_t> blocks[3];
     const std::uint64_t sizes[3] = {4096, 65536, 2097152};
-    std::vector<std::uint64_t> distances; // one for each call
     std::uint64_t same_page = 0;
     std::uint64_t same_block = 0;
     for (const call& c : calls) {
@@ -61,6 +69,8 @@ json expected_figures(const symbol_map& symbols, const std::vector<call>& calls)
             const std::uint64_t b = symbols.at(c.callee).begin()->first;
             if (a != b) {
                 distances.insert(distances.end(), c.count, a < b ? b - a : a - b);
+                expected.ends[a / 4096] += c.count;
+                expected.ends[b / 4096] += c.count;
                 same_page += a / 4096 == b / 4096 ? c.count : 0;
                 same_block += a / 65536 == b / 65536 ? c.count : 0;
             }
@@ -69,6 +79,7 @@ json expected_figures(const symbol_map& symbols, const std::vector<call>& calls)
     std::uint64_t bytes = 0;
     for (const auto& [address, size] : functions) {
         bytes += size;
+        ++expected.pages[address / 4096];
         for (int i = 0; i < 3; ++i) {
             for (std::uint64_t b = address / sizes[i]; b <= (address + size - 1) / sizes[i]; ++b) {
                 blocks[i].insert(b);
@@ -81,16 +92,41 @@ json expected_figures(const symbol_map& symbols, const std::vector<call>& calls)
         sum += static_cast<double>(distance);
     }
     const auto count = static_cast<double>(distances.size());
-    return {{"functions", functions.size()},
-            {"bytes", bytes},
-            {"calls", distances.size()},
-            {"pages_4k", blocks[0].size()},
-            {"blocks_64k", blocks[1].size()},
-            {"pages_2m", blocks[2].size()},
-            {"mean_distance", sum / count},
-            {"median_distance", distances[(distances.size() - 1) / 2]},
-            {"same_page", 100.0 * static_cast<double>(same_page) / count},
-            {"same_64k", 100.0 * static_cast<double>(same_block) / count}};
+    expected.figures = {{"functions", functions.size()},
+                        {"bytes", bytes},
+                        {"calls", distances.size()},
+                        {"pages_4k", blocks[0].size()},
+                        {"blocks_64k", blocks[1].size()},
+                        {"pages_2m", blocks[2].size()},
+                        {"mean_distance", sum / count},
+                        {"median_distance", distances[(distances.size() - 1) / 2]},
+                        {"same_page", 100.0 * static_cast<double>(same_page) / count},
+                        {"same_64k", 100.0 * static_cast<double>(same_block) / count}};
+    return expected;
+}
+
+// The curve and the map of a page.
+void expect_drawn(const expectation& expected, const std::string& page) {
+    const std::string mark = "<script id=\"data\" type=\"application/json\">";
+    const std::size_t start = page.find(mark) + mark.size();
+    const json drawn = json::parse(page.substr(start, page.find("</script>", start) - start))["drawn"]["binary"];
+    const auto& distances = expected.distances;
+    for (const auto& point : drawn["curve"]) {
+        const auto near = std::upper_bound(distances.begin(), distances.end(), point[0].get<std::uint64_t>());
+        EXPECT_NEAR(point[1].get<double>(),
+                    100.0 * static_cast<double>(near - distances.begin()) / static_cast<double>(distances.size()),
+                    1e-9);
+    }
+    EXPECT_EQ(drawn["curve"].back()[1], 100);
+    const json& map = drawn["map"];
+    EXPECT_EQ(map["pages_per_cell"], 1);
+    EXPECT_EQ(map["called"].size(), expected.pages.size());
+    for (const auto& cell : map["called"]) {
+        const std::uint64_t page_number = map["address"].get<std::uint64_t>() / 4096 + cell[0].get<std::uint64_t>();
+        const auto ends = expected.ends.find(page_number);
+        EXPECT_EQ(cell[1], ends == expected.ends.end() ? 0 : ends->second);
+        EXPECT_EQ(cell[2], expected.pages.at(page_number));
+    }
 }
 
 // The longest never falling sequence, by the square of the length.
@@ -153,11 +189,13 @@ TEST(Report, FiguresAreThoseOfBruteForce) {
         }
         folder.write("calls.csv", csv(rows));
         folder.write("order", order_lines);
-        const outcome ran =
-            folder.run("ordwell-report --calls=calls.csv --order=order --json=j " ORDWELL_TOOL " " ORDWELL_TOOL);
+        const outcome ran = folder.run(
+            "ordwell-report --calls=calls.csv --order=order --json=j --html=page " ORDWELL_TOOL " " ORDWELL_TOOL);
         ASSERT_EQ(ran.status, 0) << ran.err;
         const json got = json::parse(folder.read("j"));
-        expect_same(expected_figures(symbols, calls), got["binary"]);
+        const expectation expected = expected_report(symbols, calls);
+        expect_same(expected.figures, got["binary"]);
+        expect_drawn(expected, folder.read("page"));
         EXPECT_EQ(got["binary"], got["baseline"]);
         EXPECT_EQ(got["order"]["names"], order.size());
         EXPECT_EQ(got["order"]["found"], addresses.size());
