@@ -33,7 +33,7 @@ int strcaseicmp(const char* a, const char* b) {
 
 int strcaseincmp(const char* a, const char* b, unsigned int count) {
     for (; count > 0; --count, ++a, ++b) {
-        if (*a == '\0' || *b == '\0' || lower(*a) != lower(*b)) {
+        if (*b == '\0' || lower(*a) != lower(*b)) {
             return lower(*a) - lower(*b);
         }
     }
