@@ -5,8 +5,8 @@
 // in the order of the layout. Names are written byte for byte, without escaping, as the linker expects them. Each line
 // is flushed as it is written, so that whoever watches the file sees whole lines.
 #include "DIAG/diag_messages.h"
-#include "ORDWELL/order_file.h"
 #include "ORDWELL/call_profile.h"
+#include "ORDWELL/order_file.h"
 #include "ORDWELL/pettis_hansen.h"
 
 #include <cerrno>
