@@ -9,7 +9,7 @@
 
 namespace {
 
-constexpr std::size_t batch_rows = 24; // rows whose memory accesses overlap; more would not fit the first-level cache
+constexpr std::size_t batch_rows = 48; // rows whose memory accesses overlap; more would not fit the first-level cache
 
 std::uint32_t hash_of_name(std::string_view name) {
     const std::uint64_t hash = std::hash<std::string_view>()(name); // of 32 bits on some machines
@@ -166,27 +166,34 @@ void call_profile::add_rows(std::span<const call_row> rows) {
             name_index_.prefetch(resolved[i].caller_hash);
             name_index_.prefetch(resolved[i].callee_hash);
         }
-        const auto prefetch_entry = [&](std::uint32_t function) {
-            prefetch_name(function);
-            return true;
-        };
-        const auto prefetch_bytes = [&](std::uint32_t function) {
-            prefetch_name_bytes(function);
-            return true;
+        // The function that a name most probably is: the first with the same hash.
+        const auto candidate = [&](std::uint32_t hash) {
+            const std::uint32_t function = name_index_.find(hash, [](std::uint32_t) { return true; });
+            if (function != no_index) {
+                prefetch_name(function);
+            }
+            return function;
         };
         for (std::size_t i = 0; i < batch.size(); ++i) {
-            name_index_.find(resolved[i].caller_hash, prefetch_entry);
-            name_index_.find(resolved[i].callee_hash, prefetch_entry);
+            resolved[i].caller = candidate(resolved[i].caller_hash);
+            resolved[i].callee = candidate(resolved[i].callee_hash);
         }
         for (std::size_t i = 0; i < batch.size(); ++i) {
-            name_index_.find(resolved[i].caller_hash, prefetch_bytes);
-            name_index_.find(resolved[i].callee_hash, prefetch_bytes);
+            for (const std::uint32_t function : {resolved[i].caller, resolved[i].callee}) {
+                if (function != no_index) {
+                    prefetch_name_bytes(function);
+                }
+            }
         }
+        const auto function_of = [&](std::uint32_t probable, std::string_view name, std::uint32_t hash) {
+            return probable != no_index && names_[probable] == name ? probable : find_or_add_hashed(name, hash);
+        };
         for (std::size_t i = 0; i < batch.size(); ++i) {
             const bool same_caller = i > 0 && batch[i].caller == batch[i - 1].caller;
-            resolved[i].caller =
-                same_caller ? resolved[i - 1].caller : find_or_add_hashed(batch[i].caller, resolved[i].caller_hash);
-            resolved[i].callee = find_or_add_hashed(batch[i].callee, resolved[i].callee_hash);
+            resolved[i].caller = same_caller
+                                     ? resolved[i - 1].caller
+                                     : function_of(resolved[i].caller, batch[i].caller, resolved[i].caller_hash);
+            resolved[i].callee = function_of(resolved[i].callee, batch[i].callee, resolved[i].callee_hash);
             resolved[i].pair_hash = hash_of_pair(resolved[i].caller, resolved[i].callee);
             pair_index_.prefetch(resolved[i].pair_hash);
         }
