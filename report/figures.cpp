@@ -233,9 +233,6 @@ std::vector<distance_share> distance_curve(const called_code& code) {
         calls += c.count;
     }
     std::vector<distance_share> curve;
-    if (calls == 0) {
-        return curve;
-    }
     std::sort(distances.begin(), distances.end());
     std::uint64_t reached = 0;
     std::size_t next = 0;

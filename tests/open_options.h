@@ -4,6 +4,11 @@
 
 #include "options/optobj.h"
 
+using id = option_obj::option_id;
+inline constexpr auto order_file = option_obj::opt_preferred_order_file;
+inline constexpr auto wrap = option_obj::opt_diag_wrap;
+inline constexpr auto buffer = option_obj::opt_buffer_diagnostics;
+
 class open_options : public option_obj {
 public:
     open_options() : option_obj(true) {}
@@ -11,6 +16,7 @@ public:
     using option_obj::class_descriptions;
     using option_obj::conflicts;
     using option_obj::current_file;
+    using option_obj::current_option;
     using option_obj::form;
     using option_obj::history;
     using option_obj::merge_conflicts;
@@ -32,8 +38,8 @@ public:
     /// The history as "id=text" entries.
     std::string history_text() const {
         std::string text;
-        for (const auto& [id, argument] : history) {
-            text += std::to_string(id) + "=" + argument.text + " ";
+        for (const auto& [option, argument] : history) {
+            text += std::to_string(option) + "=" + argument.text + " ";
         }
         return text;
     }

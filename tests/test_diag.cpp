@@ -1,5 +1,4 @@
-// Diagnostics: text layout, severities, counting, the ends of the process, and the user message interface. Records are
-// printed to a file of the test instead of the standard streams.
+// Diagnostics: text layout, severities, counting, the ends of the process, and the user message interface.
 #include "DIAG/diag_messages.h"
 #include "DIAG/user_msg_api.h"
 #include "tests/run_tool.h"
@@ -11,11 +10,10 @@
 
 namespace {
 
-/// Sends all diagnostics to a file and restores the settings at the end of a test.
+/// Gives what diagnostics print, and restores the settings at the end of a test.
 class Diagnostics : public testing::Test {
 protected:
     void SetUp() override {
-        DIAGNOSTIC::fp_m = std::tmpfile();
         DIAGNOSTIC::error_count_m = 0;
         for (const DIAG_INFO* row = DIAG_INFO_ENTRY; row->code != 0; ++row) {
             severities_.push_back(row->severity);
@@ -25,7 +23,6 @@ protected:
         for (std::size_t i = 0; i < severities_.size(); ++i) {
             DIAG_INFO_ENTRY[i].severity = severities_[i];
         }
-        std::fclose(std::exchange(DIAGNOSTIC::fp_m, nullptr));
         DIAGNOSTIC::wrap_enabled_m = true;
         DIAGNOSTIC::display_code_m = DIAGNOSTIC::display_ipos_m = DIAGNOSTIC::wrap_headers_m = false;
         DIAGNOSTIC::verbose_m = DIAGNOSTIC::advice_m = DIAGNOSTIC::debug_m = DIAGNOSTIC::remarks_m = false;
@@ -33,14 +30,13 @@ protected:
         DIAGNOSTIC::error_count_m = 0;
     }
     static std::string text_of(const std::function<void()>& action) {
-        std::rewind(DIAGNOSTIC::fp_m);
-        if (ftruncate(fileno(DIAGNOSTIC::fp_m), 0) != 0) {
-            ADD_FAILURE();
-        }
+        char* bytes = nullptr;
+        std::size_t size = 0;
+        DIAGNOSTIC::fp_m = open_memstream(&bytes, &size);
         action();
-        std::string text(static_cast<std::size_t>(std::ftell(DIAGNOSTIC::fp_m)), '\0');
-        std::rewind(DIAGNOSTIC::fp_m);
-        text.resize(std::fread(text.data(), 1, text.size(), DIAGNOSTIC::fp_m));
+        std::fclose(std::exchange(DIAGNOSTIC::fp_m, nullptr));
+        std::string text(bytes, size);
+        std::free(bytes);
         return text;
     }
     static std::string warning(const std::string& message) {
@@ -207,7 +203,6 @@ TEST_F(Diagnostics, CopiesComparesAndDumpsRecords) {
 using DiagnosticsDeath = Diagnostics;
 
 TEST_F(DiagnosticsDeath, FatalRowsEndTheProcess) {
-    DIAGNOSTIC::fp_m = nullptr;
     EXPECT_EXIT(DIAG::raise<DIAG::owl_fatal_error_opening_outfile>("x", 1), testing::ExitedWithCode(1),
                 "^fatal error: Error opening output file\n$");
     EXPECT_EXIT(USER_MSG::get_umsg_obj()->fatal("f"), testing::ExitedWithCode(1), "^fatal error: f\n$");
@@ -229,7 +224,6 @@ TEST_F(DiagnosticsDeath, FatalRowsEndTheProcess) {
         USER_MSG::get_umsg_obj()->error("x");
     };
     EXPECT_DEATH(with_no_room(), "diag_cols > \\(indent \\+ wrap_indent\\)");
-    DIAGNOSTIC::fp_m = std::tmpfile();
 }
 
 } // namespace

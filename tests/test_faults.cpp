@@ -43,18 +43,6 @@ TEST(Faults, UnusualInput) {
     }
 }
 
-// Input that shrinks while it is read ends there, like any other.
-TEST(Faults, InputThatShrinks) {
-    const scratch_folder folder;
-    const outcome ran = folder.run(R"(
-        printf '"caller","callee","weight"\n' >big
-        yes main,f,1 | head -n 5000000 >>big
-        ordwell big -oo & sleep 0.01; : >big; wait $!)");
-    EXPECT_EQ(ran.status, 0);
-    const bool stopped_in_a_row = ran.err.find("ignored\n") != std::string::npos;
-    EXPECT_TRUE(ran.err.empty() || stopped_in_a_row) << ran.err;
-}
-
 // An error on standard error that nobody reads must not keep the order file from being written, and a closed stream
 // that is named as a file cannot be opened.
 TEST(Faults, ClosedStreams) {

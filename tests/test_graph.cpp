@@ -247,6 +247,24 @@ TEST(Graph, TracesReadingAndJoining) {
     join_trace = 0;
 }
 
+TEST(Graph, RaisesReadErrorsAtTheirLines) {
+    const scratch_folder folder;
+    DIAGNOSTIC::display_ipos_m = true;
+    const std::pair<std::string, int> cases[] = {
+        {"", 189}, {csv("\n"), 230}, {csv("a\n"), 236}, {csv("a,b\n"), 242}, {"no file", 177}};
+    for (const auto& [text, line] : cases) {
+        std::string path = folder.path(line == 177 ? "gone" : "a.csv");
+        folder.write("a.csv", text);
+        testing::internal::CaptureStderr();
+        PETTIS_HANSEN_GRAPH().read(path);
+        EXPECT_EQ(testing::internal::GetCapturedStderr().find("ORDWELL/pettis_hansen:" + std::to_string(line) + ":e"),
+                  0U)
+            << line;
+    }
+    DIAGNOSTIC::display_ipos_m = false;
+    DIAGNOSTIC::error_count_m = 0;
+}
+
 // Reading gives the same graph whatever form the graph had before.
 TEST_P(GraphForm, ReadsOnTopOfWhatIsThere) {
     const scratch_folder folder;

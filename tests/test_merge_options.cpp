@@ -10,11 +10,6 @@
 
 namespace {
 
-using id = option_obj::option_id;
-constexpr auto order_file = option_obj::opt_preferred_order_file;
-constexpr auto wrap = option_obj::opt_diag_wrap;
-constexpr auto buffer = option_obj::opt_buffer_diagnostics;
-
 std::string taken(char* text) {
     std::string result = text == nullptr ? "(null)" : text;
     std::free(text);
@@ -43,7 +38,9 @@ open_options with(const std::string& arguments, const char* file = "<internal>")
 
 class MergeOptions : public testing::Test {
 protected:
+    void SetUp() override { DIAGNOSTIC::display_ipos_m = true; }
     void TearDown() override {
+        DIAGNOSTIC::display_ipos_m = false;
         open_options::merge_policy_functions = {};
         open_options::mutex_merge_override_functions = {};
         open_options::merge_conflicts = {};
@@ -78,11 +75,12 @@ TEST(History, PrintsSettingsInOrder) {
     options.addfileopt("", "ld");
     options.addfileopt("c.o", "");
     testing::internal::CaptureStderr();
-    options.trace = true;
+    DIAGNOSTIC::display_ipos_m = options.trace = true;
     EXPECT_EQ(printed([&] { options.addfileopt("d.x", "mystery"); }),
               "owl option debug: Add file 'd.x' to mystery's history\n");
     EXPECT_EQ(testing::internal::GetCapturedStderr(),
-              "warning: No known tool \"mystery\" when adding file to option list.\n");
+              "optobj:891:warning: No known tool \"mystery\" when adding file to option list.\n");
+    DIAGNOSTIC::display_ipos_m = false;
     EXPECT_EQ(printed([&] { options.dump_history(); }),
               "--preferred_order_file=x\n--buffer_diagnostics\n--file=a.c\n--file=b.o\n--file=d.x\n");
 }
@@ -109,9 +107,11 @@ TEST(Export, RendersSettings) {
     EXPECT_EQ(taken(options.export_option(wrap, 0)), "--diag_wrap=error");
     options.clearopt(buffer);
     EXPECT_EQ(taken(options.export_option(buffer, 0)), "(null)");
-    EXPECT_EQ(taken(options.export_option_list(option_obj::export_all)), "01234567");
-    EXPECT_EQ(taken(options.export_option_list(option_obj::export_touched_or_set)), "036");
-    EXPECT_EQ(taken(options.export_option_list(option_obj::export_set)), "36");
+    const char* const lists[] = {"01234567", "036", "36"}; // all, touched or set, set
+    for (int type = 0; type < 3; ++type) {
+        EXPECT_EQ(taken(options.export_option_list(static_cast<option_obj::export_option_list_type>(type))),
+                  lists[type]);
+    }
     const auto class_of = [](int number) { return static_cast<option_obj::class_id>(number); };
     EXPECT_EQ(taken(options.export_option_class(option_obj::export_all, class_of(4))), "146");
     EXPECT_EQ(taken(options.export_option_class(option_obj::export_set, class_of(4))), "6");
@@ -177,9 +177,8 @@ TEST_F(MergeOptions, FollowsEachPolicy) {
     using o = option_obj;
     const std::string off = "--diag_wrap=off\n";
     const std::string on = "--diag_wrap=on\n";
-    const std::string incompatible = off +
-                                     "error: option --diag_wrap=on is set in \"b.o\", and is incompatible with the\n"
-                                     "   previously seen option --diag_wrap=off\n";
+    const std::string incompatible = ":error: option --diag_wrap=on is set in \"b.o\", and is incompatible\n"
+                                     "   with the previously seen option --diag_wrap=off\n";
     const struct {
         o::merge_policy policy;
         const char* here;
@@ -191,12 +190,13 @@ TEST_F(MergeOptions, FollowsEachPolicy) {
         {&o::merge_policy_main, "-pdb", "-oa", "--buffer_diagnostics\n"},
         {&o::merge_policy_exact, "-pdb --diag_wrap", "-pdb --diag_wrap=on", "--buffer_diagnostics " + on},
         {&o::merge_policy_exact, "-pdb", "",
-         "--buffer_diagnostics\nerror: option --buffer_diagnostics was set in previous files, but not in \"b.o\"\n"},
+         "--buffer_diagnostics\noptobj:3560:error: option --buffer_diagnostics was set in previous files, but\n"
+         "   not in \"b.o\"\n"},
         {&o::merge_policy_exact, "", "-oa",
-         "\nerror: option --preferred_order_file=a is set in \"b.o\", but not in previous\n   files\n"},
-        {&o::merge_policy_exact, "--diag_wrap=off", "--diag_wrap=on", incompatible},
+         "\noptobj:3568:error: option --preferred_order_file=a is set in \"b.o\", but not in\n   previous files\n"},
+        {&o::merge_policy_exact, "--diag_wrap=off", "--diag_wrap=on", off + "optobj:3585" + incompatible},
         {&o::merge_policy_exact_notset, "-pdb", "-oa", "--buffer_diagnostics\n"},
-        {&o::merge_policy_exact_notset, "--diag_wrap=off", "--diag_wrap", incompatible},
+        {&o::merge_policy_exact_notset, "--diag_wrap=off", "--diag_wrap", off + "optobj:3617" + incompatible},
         {&o::merge_policy_or, "-oa", "-pdb -ob -oc",
          "--buffer_diagnostics --preferred_order_file=a --preferred_order_file=b --preferred_order_file=c\n"},
         {&o::merge_policy_and, "-pdb -oa", "-pdb", "--buffer_diagnostics\n"},
@@ -253,8 +253,8 @@ TEST_F(MergeOptions, OverridesAndSeeds) {
 
 TEST_F(MergeOptions, ReportsConflicts) {
     open_options::merge_conflicts[wrap][order_file] = 3;
-    const std::string expected = "--diag_wrap=on\nerror: option -o in file \"b.o\" conflicts with previous option "
-                                 "--diag_wrap\n";
+    const std::string expected = "--diag_wrap=on\noptobj:268:error: option -o in file \"b.o\" conflicts with previous "
+                                 "option\n   --diag_wrap\n";
     EXPECT_EQ(merged(nullptr, "--diag_wrap", "-oa"), expected);
     EXPECT_EQ(merged(nullptr, "-pdb", "-oa"), "--buffer_diagnostics\n");
     open_options::merge_conflicts[wrap][order_file] = 1;

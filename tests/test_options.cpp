@@ -12,15 +12,12 @@
 
 namespace {
 
-using id = option_obj::option_id;
-constexpr auto order_file = option_obj::opt_preferred_order_file;
-constexpr auto wrap = option_obj::opt_diag_wrap;
-constexpr auto buffer = option_obj::opt_buffer_diagnostics;
-
-/// Restores the tables and settings that tests change.
+/// Restores the tables and settings that tests change. Messages tell where they are raised.
 class Options : public testing::Test {
 protected:
+    void SetUp() override { DIAGNOSTIC::display_ipos_m = true; }
     void TearDown() override {
+        DIAGNOSTIC::display_ipos_m = false;
         open_options::parm_type = types_;
         open_options::option_definitions = definitions_;
         open_options::conflicts = {};
@@ -161,12 +158,12 @@ TEST_F(Options, AppliesConflicts) {
     std::rewind(messages);
     char line[200] = "";
     EXPECT_STREQ(std::fgets(line, sizeof line, messages),
-                 "warning: option --diag_wrap overrides preceding option -o\n");
+                 "optobj:321:warning: option --diag_wrap overrides preceding option -o\n");
     DIAGNOSTIC::fp_m = nullptr;
     std::fclose(messages);
     open_options::conflicts[buffer][wrap] = 3;
     EXPECT_EXIT(options.apply("-pdb"), testing::ExitedWithCode(1),
-                "^error: option -pdb conflicts with previous option --diag_wrap\n$");
+                "^optobj:310:error: option -pdb conflicts with previous option --diag_wrap\n$");
 }
 
 TEST_F(Options, TracesWhatItDoes) {
@@ -211,7 +208,7 @@ TEST_F(Options, FindsRadixes) {
 TEST_F(Options, PlacesValues) {
     static const char* next_value = nullptr;
     option_obj::next_arg = [] { return std::exchange(next_value, nullptr); };
-    const option_obj::arg_range range = {0, INT_MAX};
+    option_obj::arg_range range = {0, INT_MAX};
     constexpr auto number = static_cast<option_obj::parse_option_type>(0);
     constexpr auto glued_text = static_cast<option_obj::parse_option_type>(12);
     const auto parse = [&](const char* rest, option_obj::parse_option_type type) {
@@ -223,24 +220,27 @@ TEST_F(Options, PlacesValues) {
     EXPECT_STREQ(parse("", number), "0x7fffffff");
     EXPECT_EQ(parse("", glued_text), nullptr);
     EXPECT_STREQ(parse("=x", glued_text), "x");
-    const std::string missing = "^error: option --preferred_order_file is missing its parameter 'n'\n$";
-    const std::string out = "^error: argument to option --preferred_order_file \\(n\\) is out of range";
+    const std::string missing = ":error: option --preferred_order_file is missing its parameter 'n'\n$";
+    const std::string out = ":error: argument to option --preferred_order_file \\(n\\) is out of\n   range";
     const std::tuple<const char*, int, std::string> bad_values[] = {
-        {"=", 12, missing},
-        {"=", 0, missing},
-        {"2147483648", 0, out + "\n$"},
-        {"99999999999999999999", 0, out + "\n$"},
-        {"5x", 2, out + "\n$"},
-        {"-1", 11, out + " \\(must be a\n   non-negative_number\\)\n$"},
-        {"on", 6, "^fatal error: corruption in option handler\n$"},
+        {"=", 12, "^optobj:2172" + missing},
+        {"=", 0, "^optobj:2033" + missing},
+        {"", 3, "^optobj:2206" + missing},
+        {"2147483648", 0, "^optobj:2110" + out + "\n$"},
+        {"99999999999999999999", 0, "^optobj:2110" + out + "\n$"},
+        {"5x", 2, "^optobj:2074" + out + "\n$"},
+        {"-1", 11, "^optobj:2069" + out + " \\(must be a non-negative_number\\)\n$"},
+        {"-1", 1, "^optobj:2105" + out + " \\(must be a non-negative_number\\)\n$"},
+        {"on", 6, "^optobj:2147:fatal error: corruption in option handler\n$"},
     };
     for (const auto& [value, type, message] : bad_values) {
         EXPECT_EXIT(parse(value, static_cast<option_obj::parse_option_type>(type)), testing::ExitedWithCode(1),
                     message);
     }
-    const option_obj::arg_range small = {1, 4};
-    EXPECT_EXIT(options.parse_arg(order_file, "5", rotated<"n">, number, &small), testing::ExitedWithCode(1),
-                out + " \\(must be a\n   number from 1 to 4\n$");
+    range = {1, 4};
+    const std::string small = out + " \\(must be a number from 1 to 4\n$";
+    EXPECT_EXIT(parse("5", number), testing::ExitedWithCode(1), "^optobj:2116" + small);
+    EXPECT_EXIT(parse("5", option_obj::parse_unsigned), testing::ExitedWithCode(1), "^optobj:2080" + small);
 }
 
 TEST_F(Options, MatchesChoices) {
@@ -255,8 +255,22 @@ TEST_F(Options, MatchesChoices) {
     options.apply("--diag_wrapsecret");
     EXPECT_STREQ(options.getstrarg(wrap, 0), "secret");
     EXPECT_EXIT(options.apply("--diag_wrap"), testing::ExitedWithCode(1),
-                "^error: bad argument to option --diag_wrap: should be one of \\{new,all\\}\n$");
-    EXPECT_EXIT(options.apply("--diag_wrap="), testing::ExitedWithCode(1), "is missing its parameter 'on,off'\n$");
+                "^optobj:2335:error: bad argument to option --diag_wrap: should be one of\n   \\{new,all\\}\n$");
+    EXPECT_EXIT(options.apply("--diag_wrap="), testing::ExitedWithCode(1), "^optobj:2256:error: .*'on,off'\n$");
+    long value = 0;
+    EXPECT_EXIT(options.parse_oneof(wrap, "=", "", static_cast<option_obj::parse_option_type>(6), &value),
+                testing::ExitedWithCode(1), "^optobj:2290:error: option --diag_wrap is missing its parameter ''\n$");
+}
+
+TEST_F(Options, WarnsOfLetterCase) {
+    testing::internal::CaptureStderr();
+    const char* const text = options.current_option = "PDB";
+    options.deprecated_case(text + 2, "PDb");
+    options.deprecated_case(text + 3, "PDb");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "optobj:2355:warning: Case insensitivity of options has been deprecated; PDB\n"
+              "   must be written as PDb in future releases\n");
+    options.current_option = nullptr;
 }
 
 // The leaves of the matcher have a mind of their own where the tables are replaced.
@@ -329,7 +343,7 @@ TEST_F(Options, KeepsBorrowedTexts) {
     const char* const spelling = options.format_of_option(order_file);
     for (int i = 0; i < 20; ++i) {
         options.apply("--diag_wrap");
-        options.apply("-o6");
+        options.apply(("-o" + std::to_string(i)).c_str());
         std::free(options.export_option(order_file, 1));
         std::free(options.export_option(wrap, 0));
         options.apply("-pdb"); // clears --diag_wrap without a word
@@ -338,7 +352,14 @@ TEST_F(Options, KeepsBorrowedTexts) {
         printed([&] { options.dump(1); });
         printed([] { option_obj::display_option_help("", 1); });
     }
-    EXPECT_STREQ(number, "5");
+    std::vector<std::string_view> numbers;
+    for (unsigned int i = 1; i <= 14; ++i) {
+        numbers.emplace_back(options.getstrarg(order_file, i));
+    }
+    for (std::size_t i = 0; i < numbers.size(); ++i) {
+        EXPECT_EQ(numbers[i], std::to_string(i));
+    }
+    EXPECT_STREQ(number, "5"); // the oldest of 15
     EXPECT_STREQ(spelling, "-o");
 }
 
@@ -405,12 +426,17 @@ TEST_F(Options, SearchesTheHelp) {
 TEST_F(Options, ReportsCorruptTables) {
     options.apply("-pdb");
     const auto status = testing::ExitedWithCode(1);
-    EXPECT_EXIT(options.getnumarg(buffer, 0), status, "^fatal error: unhandled option handler \\[1402\\]\n$");
-    EXPECT_EXIT(options.getstrarg(buffer, 0), status, "^fatal error: list handler for non-list option \\[1488\\]\n$");
+    EXPECT_EXIT(options.getnumarg(buffer, 0), status,
+                "^optobj:1402:fatal error: unhandled option handler \\[1402\\]\n$");
+    EXPECT_EXIT(options.getstrarg(buffer, 0), status,
+                "^optobj:1488:fatal error: list handler for non-list option \\[1488\\]\n$");
     open_options::parm_type[buffer] = 8;
-    EXPECT_EXIT(options.setarg(buffer, "x"), status, "^fatal error: unhandled clause in setarg\\(\\) \\[1195\\]\n$");
-    EXPECT_EXIT(options.setarg(buffer, 1L), status, "^fatal error: unhandled clause in setarg\\(\\) \\[1327\\]\n$");
-    EXPECT_EXIT(options.setopt(buffer), status, "^fatal error: unhandled clause in add_to_history\\(\\) \\[1045\\]\n$");
+    EXPECT_EXIT(options.setarg(buffer, "x"), status,
+                "^optobj:1195:fatal error: unhandled clause in setarg\\(\\) \\[1195\\]\n$");
+    EXPECT_EXIT(options.setarg(buffer, 1L), status,
+                "^optobj:1327:fatal error: unhandled clause in setarg\\(\\) \\[1327\\]\n$");
+    EXPECT_EXIT(options.setopt(buffer), status,
+                "^optobj:1045:fatal error: unhandled clause in add_to_history\\(\\) \\[1045\\]\n$");
     EXPECT_DEATH(open_options{options}, "argument type is 0 to 7");
     options = *&options; // nothing to copy, so nothing to mind
     options.setopt(wrap, 1L);

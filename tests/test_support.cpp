@@ -95,23 +95,18 @@ TEST(PrintQueue, SortsAndLaysOut) {
 }
 
 TEST(PrintQueue, WrapsText) {
-    const auto filled = [](const std::string& text) {
-        return printed([&] { fill_text(stdout, text.c_str(), "12345678"); });
+    const std::string a70(70, 'a'); // beside a label, 71 columns are left
+    const std::pair<std::string, std::string> cases[] = {
+        {"short", "short"},
+        {"", ""},
+        {a70 + "a b", a70 + "a\n         b"},
+        {a70 + " bb c", a70 + "\n         bb c"},
+        {a70 + a70, a70 + a70},
+        {a70 + a70 + " b", a70 + a70 + "\n         b"},
+        {"one\ntwo", "one\n\n         two"},
     };
-    EXPECT_EQ(filled("short"), "short\n");
-    EXPECT_EQ(filled(""), "\n");
-    EXPECT_EQ(filled(std::string(71, 'a') + " b"), std::string(71, 'a') + "\n         b\n");
-    EXPECT_EQ(filled(std::string(70, 'a') + " bb c"), std::string(70, 'a') + "\n         bb c\n");
-    EXPECT_EQ(filled(std::string(100, 'a')), std::string(100, 'a') + "\n");
-    EXPECT_EQ(filled(std::string(100, 'a') + " b"), std::string(100, 'a') + "\n         b\n");
-    EXPECT_EQ(filled("one\ntwo"), "one\n\n         two\n");
-    std::string words;
-    for (int i = 0; i < 120; ++i) {
-        words += "word" + std::to_string(i) + " ";
-    }
-    std::string wrapped = "123456789" + filled(words); // as if behind a label
-    for (std::size_t start = 0, end = 0; (end = wrapped.find('\n', start)) != std::string::npos; start = end + 1) {
-        EXPECT_LE(end - start, 79U) << wrapped.substr(start, end - start);
+    for (const auto& [text, wrapped] : cases) {
+        EXPECT_EQ(printed([&, &words = text] { fill_text(stdout, words.c_str(), "12345678"); }), wrapped + "\n");
     }
 }
 
