@@ -62,6 +62,7 @@ TEST_F(Diagnostics, WrapsMessages) {
         {std::string(70, 'a') + "   b", std::string(70, 'a') + "\n   b\n"},               // blanks at a break go
         {"aa " + std::string(75, 'b'), "aa\n   " + std::string(75, 'b') + "\n"},
         {"aa " + std::string(80, 'b'), "aa\n   " + std::string(76, 'b') + "\n   bbbb\n"},
+        {std::string(75, 'b'), "\n   " + std::string(75, 'b') + "\n"},                         // fits the next line
         {std::string(100, 'b'), std::string(70, 'b') + "\n   " + std::string(30, 'b') + "\n"}, // cut where it stands
         {"one\n   two", "one\n   two\n"},
         {std::string(60, 'a') + " \xc3\xa4\xc3\xa4\xc3\xa4\xc3\xa4\xc3\xa4", // five letters of two bytes each

@@ -75,8 +75,12 @@ TEST_F(Options, KeepsArgumentsAndHistory) {
     EXPECT_FALSE(options.args_match_list(buffer, list));
     EXPECT_STREQ(options.format_of_option(order_file), "-o");
 
+    options.trace = true;
+    options.current_file = "a.o";
     open_options copy(options);
-    EXPECT_EQ(copy.state, options.state);
+    EXPECT_TRUE(std::exchange(copy.trace, false) && std::exchange(options.trace, false));
+    EXPECT_TRUE(copy.state == options.state && copy.seen == options.seen && copy.parsed == options.parsed);
+    EXPECT_TRUE(copy.form == options.form && copy.current_file == options.current_file);
     EXPECT_STREQ(copy.getstrarg(order_file, 1), "b");
     EXPECT_TRUE(copy.history.empty());
     copy = *&copy;
