@@ -168,6 +168,7 @@ TEST_F(Diagnostics, ChangesSeverities) {
     EXPECT_EQ(DIAGNOSTIC::error_count_m, 0);
     DIAGNOSTIC::override_severity("22100,22101", dc_ERROR);
     DIAGNOSTIC::override_severity(dc_ERROR, dc_WARNING);
+    EXPECT_EQ(severity(22101), dc_WARNING);
     EXPECT_EQ(severity(22105), dc_WARNING);
     EXPECT_EQ(severity(6002), dc_WARNING);
     EXPECT_EQ(severity(24010), dc_WARNING);

@@ -85,6 +85,17 @@ TEST(Import, ReadsTextFormats) {
     }
 }
 
+// The form that compilers before clang 12 wrote: numbers of symbols instead of relocations.
+TEST(Import, ReadsOldCallGraphProfiles) {
+    const scratch_folder folder;
+    folder.write("a.s", ".globl f\nf: ret\n.globl g\ng: ret\n"
+                        ".section .llvm.call-graph-profile,\"eM\",@0x6fff4c02,16\n.long 1, 2\n.quad 4294967298\n"
+                        ".long 2, 1\n.quad 2147483649\n");
+    const outcome ran =
+        folder.run("as a.s -o a.o && readelf -sW a.o | grep -q '1: .* f$' && ordwell-import --quiet a.o");
+    EXPECT_EQ(ran.out + ran.err, csv("f,g,2147483649\ng,f,1073741824\n"));
+}
+
 TEST(Import, KeepsWhatTheBinaryDefines) {
     const std::string binary = "--quiet --binary=" + sample() + "/";
     const struct {
@@ -185,6 +196,7 @@ TEST(Import, WritesAllOrNothing) {
         EXPECT_EQ(folder.run("ordwell-import "s + wrong).status, 2) << wrong;
         EXPECT_EQ(folder.run("ordwell-export --linker=lld "s + wrong).status, 2) << wrong;
     }
+    EXPECT_EQ(folder.run("ordwell-import -h | grep -c 'help *Print this help and exit$'").out, "1\n");
     EXPECT_EQ(folder.run("ordwell-import --version && ordwell-export --version && ordwell-report --version").out,
               "ordwell-import 8.1.8\nordwell-export 8.1.8\nordwell-report 8.1.8\n");
 }

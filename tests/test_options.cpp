@@ -223,7 +223,9 @@ TEST_F(Options, PlacesValues) {
     next_value = "0x7fffffff";
     EXPECT_STREQ(parse("", number), "0x7fffffff");
     EXPECT_EQ(parse("", glued_text), nullptr);
-    EXPECT_STREQ(parse("=x", glued_text), "x");
+    for (const int text : {3, 4, 12, 13}) {
+        EXPECT_STREQ(parse("=x", static_cast<option_obj::parse_option_type>(text)), "x");
+    }
     const std::string missing = ":error: option --preferred_order_file is missing its parameter 'n'\n$";
     const std::string out = ":error: argument to option --preferred_order_file \\(n\\) is out of\n   range";
     const std::tuple<const char*, int, std::string> bad_values[] = {
@@ -241,8 +243,8 @@ TEST_F(Options, PlacesValues) {
         EXPECT_EXIT(parse(value, static_cast<option_obj::parse_option_type>(type)), testing::ExitedWithCode(1),
                     message);
     }
-    range = {1, 4};
-    const std::string small = out + " \\(must be a number from 1 to 4\n$";
+    range = {0, 4};
+    const std::string small = out + " \\(must be a number from 0 to 4\n$";
     EXPECT_EXIT(parse("5", number), testing::ExitedWithCode(1), "^optobj:2116" + small);
     EXPECT_EXIT(parse("5", option_obj::parse_unsigned), testing::ExitedWithCode(1), "^optobj:2080" + small);
 }
