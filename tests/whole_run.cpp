@@ -11,15 +11,16 @@ class whole_run : public testing::Environment {
 public:
     whole_run() {
         std::atexit([] {
-            if (!is_over && getpid() == tests) { // death tests end in processes of their own
+            if (is_under_way && getpid() == tests) { // death tests end in processes of their own
                 _exit(3);
             }
         });
     }
-    void TearDown() override { is_over = true; }
+    void SetUp() override { is_under_way = true; }
+    void TearDown() override { is_under_way = false; }
 
 private:
-    static inline bool is_over = false;
+    static inline bool is_under_way = false;
     static inline const pid_t tests = getpid();
 };
 
