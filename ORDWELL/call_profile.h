@@ -4,25 +4,21 @@
 // look-ups that miss the processor's caches. So names are numbered from 0 in the order of their appearance, edges
 // are three numbers in an array in the order of their creation, and two hash indexes lead from a name to its
 // number and from a pair of functions to their edge. Rows are added in batches: first every name of the batch
-// is hashed and its slot prefetched, then the name found there and its bytes, then the names are resolved and the
+// is hashed and its place in the index prefetched, then the name found there and its bytes, then the names are resolved and the
 // slots of the pairs prefetched, then the edges are added, so that the waits for memory overlap. Rows (main,f,10),
 // (f,g,3), (g,f,2) give
 //
 //     names   0 main   1 f   2 g
 //     edges   0 (main, f, 10)   1 (f, g, 5)
 //
-// An index slot is 8 bytes, a 32-bit hash and a number; only where the hash fits is the name or the edge itself
-// looked at. An index grows when it is three quarters full; the hash's top bits are the slot, so growing walks both
-// arrays once from front to back.
-//
 // How many edges there will be is guessed from the file: a reader that has seen a tenth of it tells expect_growth(10). A
 // guess may be wrong, and a hostile file may provoke it, so it is believed only once a 32nd of the file has been read, and
 // an array grows only when it is full: one pair in a million rows never makes it grow. Names recur too much for a guess.
 #pragma once
 
+#include "support/hash_index.h"
 #include "support/huge_pages.h"
 
-#include <bit>
 #include <cstdint>
 #include <memory_resource>
 #include <span>
@@ -44,9 +40,6 @@ struct call_edge {
     std::uint32_t weight; ///< calls in both directions, saturating at 4294967295
 };
 
-/// 4294967295: the number that no function and no edge has.
-inline constexpr std::uint32_t no_index = 4294967295U;
-
 /// The largest weight, at which every sum of weights stays.
 inline constexpr std::uint32_t max_weight = 4294967295U;
 
@@ -54,72 +47,6 @@ inline constexpr std::uint32_t max_weight = 4294967295U;
 inline std::uint32_t saturating_sum(std::uint32_t a, std::uint32_t b) {
     return b > max_weight - a ? max_weight : a + b;
 }
-
-/// A hash index: an open-addressing table of (32-bit hash, number) slots. What a number stands for, and so whether
-/// it is the wanted one, is known to the user of the index. Entries are never removed one by one.
-class hash_index {
-public:
-    hash_index();
-
-    /// Brings the home slot of `hash` into the cache.
-    void prefetch(std::uint32_t hash) const { __builtin_prefetch(&slots_[hash >> shift_]); }
-
-    /// The first number under `hash` for which `is_wanted(number)` holds, or no_index.
-    template <typename Predicate>
-    std::uint32_t find(std::uint32_t hash, Predicate is_wanted) const {
-        for (std::size_t i = hash >> shift_; slots_[i].number != no_index; i = (i + 1) & mask()) {
-            if (slots_[i].hash == hash && is_wanted(slots_[i].number)) {
-                return slots_[i].number;
-            }
-        }
-        return no_index;
-    }
-
-    /// Adds a number under `hash`, without looking whether it is there.
-    void insert(std::uint32_t hash, std::uint32_t number);
-
-    /// Makes room for `count` numbers in all.
-    void reserve(std::size_t count);
-
-    /// Whether the next insert() will make the table grow. Entries that became useless can be dropped before.
-    bool is_full() const { return size_ >= slots_.size() / 4 * 3; }
-
-    /// Drops every entry for which `is_useful(hash, number)` does not hold, and doubles the table if more than half of
-    /// it is still in use, so that there is room for a while.
-    template <typename Predicate>
-    void make_room(Predicate is_useful) {
-        rebuild(slots_.size(), is_useful);
-        if (size_ > slots_.size() / 2) {
-            reserve(slots_.size() / 4 * 3);
-        }
-    }
-
-private:
-    struct slot {
-        std::uint32_t hash = 0;
-        std::uint32_t number = no_index; ///< no_index: the slot is free
-    };
-
-    std::size_t mask() const { return slots_.size() - 1; }
-    void place(slot entry);
-
-    // Moves the useful entries into a new table of `slot_count` slots.
-    template <typename Predicate>
-    void rebuild(std::size_t slot_count, Predicate is_useful) {
-        const huge_vector<slot> old = std::exchange(slots_, huge_vector<slot>(slot_count));
-        shift_ = 32 - static_cast<unsigned int>(std::countr_zero(slot_count));
-        size_ = 0;
-        for (const slot& entry : old) {
-            if (entry.number != no_index && is_useful(entry.hash, entry.number)) {
-                place(entry);
-            }
-        }
-    }
-
-    huge_vector<slot> slots_; ///< a power of two of them, at most 2^32
-    unsigned int shift_;      ///< 32 minus the binary logarithm of the number of slots
-    std::size_t size_ = 0;    ///< slots in use
-};
 
 /// The hash of an unordered pair of numbers, for an index from pairs to edges.
 inline std::uint32_t hash_of_pair(std::uint32_t a, std::uint32_t b) {
@@ -166,8 +93,8 @@ public:
 
     /// Tells that an input begins, of which nothing is known.
     void begin_input();
-    /// Tells that one part in `factor` of the input has been read; the guess is that what it added is so, too.
-    void expect_growth(double factor) { expected_growth_ = factor; }
+    /// Tells that one part in `factor` of the input has been added; the guess is that the others bring as many edges.
+    void expect_growth(double factor);
 
     /// Whether an edge of weight 0 was ever added.
     bool has_weightless_edge() const { return has_weightless_edge_; }
@@ -180,15 +107,16 @@ private:
 
     /// The number of edges for which full arrays make room.
     std::size_t grown_edge_count() const;
-    void index_pairs();
+    /// Indexes the pairs of the edges anew, with room for so many.
+    void index_pairs(std::size_t room);
 
     std::pmr::monotonic_buffer_resource name_bytes_; ///< owns the bytes of all names
     huge_vector<std::string_view> names_;
     hash_index name_index_;
     huge_vector<call_edge> edges_;
     hash_index pair_index_;
-    bool has_pair_index_ = true; ///< false once it was given away
-    double expected_growth_ = 1;
-    std::size_t earlier_edges_ = 0; ///< from before the present input
+    bool has_pair_index_ = true;     ///< false once it was given away
+    std::size_t earlier_edges_ = 0;  ///< from before the present input
+    std::size_t expected_edges_ = 0; ///< at the end of the present input; 0: no guess
     bool has_weightless_edge_ = false;
 };

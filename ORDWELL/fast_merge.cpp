@@ -41,6 +41,7 @@
 #include "ORDWELL/fast_merge.h"
 
 #include "ORDWELL/fast_merge_chains.h"
+#include "ORDWELL/fast_merge_edges.h"
 #include "ORDWELL/fast_merge_queue.h"
 #include "support/assertion.h"
 #include "support/huge_pages.h"
@@ -50,36 +51,6 @@
 #include <memory>
 
 namespace {
-
-/// An edge between two groups.
-struct edge {
-    std::array<std::uint32_t, 2> end;  ///< groups, the first end first
-    std::uint32_t weight;              ///< 0: the edge is gone, into another edge or inside a chain
-    std::uint32_t order;               ///< 31 bits of the sequence number, one that says whether it follows
-    std::array<std::uint64_t, 2> sums; ///< at each end, the sum of weight x coordinate, modulo 2^64
-
-    unsigned int side_of(std::uint32_t group) const { return end[1] == group ? 1 : 0; }
-    std::uint32_t other_end(std::uint32_t group) const { return end[1 - side_of(group)]; }
-    std::uint32_t first_end() const { return end[0]; }
-    void set_first_end(std::uint32_t group) {
-        if (end[0] != group) {
-            std::swap(end[0], end[1]);
-            std::swap(sums[0], sums[1]);
-        }
-    }
-    /// The sequence number of its place.
-    std::int32_t sequence() const { return static_cast<std::int32_t>(order) >> 1; }
-    /// Whether the edge follows its first end.
-    bool follows() const { return (order & 1U) != 0; }
-    static std::uint32_t order_of(std::int32_t sequence, bool follows) {
-        return static_cast<std::uint32_t>(sequence) << 1U | (follows ? 1U : 0U);
-    }
-    bool is_stray_of(std::uint32_t group) const { return !follows() || first_end() != group; }
-};
-static_assert(sizeof(edge) == 32);
-
-/// Times and sequence numbers stay between the negative of this and this.
-constexpr std::int32_t order_limit = 1 << 30;
 
 /// A stretch of the array of incident edges.
 struct segment {
@@ -94,18 +65,22 @@ struct alignas(64) group {
     segment first = {0, 0, no_index};      ///< the first of the segments with its edges, those gone included
     std::uint32_t last_segment = no_index; ///< the last one; no_index: the first
     std::uint32_t entries = 0;             ///< edges in all its segments
-    std::int32_t last_move = -1;           ///< when all its edges last moved to the back
     std::int32_t front_sequence = 0;       ///< no follower has a smaller sequence number
     std::uint32_t label = 0;               ///< the vertex by which it survives; no_index: it is part of another group
-    std::uint32_t strays = no_index;       ///< index of its list of strays, once it has moved
 };
 static_assert(sizeof(group) == 64);
+
+/// The moves of a group. They are asked of the ends of edges, where nothing else of the group is: they stand apart.
+struct group_moves {
+    std::int32_t last = -1;          ///< when all its edges last moved to the back
+    std::uint32_t strays = no_index; ///< index of its list of strays, once it has moved
+};
 
 /// A live edge of the side that is rewritten, or that moves.
 struct moving_edge {
     std::uint32_t number;
     std::uint32_t neighbour; ///< the group at its other end
-    std::uint32_t hash;      ///< of the pair (kept group, neighbour)
+    std::uint32_t hash;      ///< of the pair (kept group, neighbour), where it is needed
     place at;                ///< where its order matters
 };
 
@@ -117,6 +92,9 @@ public:
 private:
     void merge(std::uint32_t number);
     void prefetch_upcoming() const;
+    std::span<const std::uint32_t> edges_of(std::uint32_t of);
+    template <typename Visit>
+    void visit_live(std::span<const std::uint32_t> numbers, Visit visit) const;
     void collect_live_edges(std::uint32_t from, std::uint32_t kept);
     void fold_removed(std::uint32_t survivor, std::uint32_t removed);
     void fold_survivor(std::uint32_t survivor, std::uint32_t removed);
@@ -124,15 +102,14 @@ private:
     void attach(std::uint32_t kept, std::uint32_t from);
     void fold(edge& gone, std::uint32_t into, std::uint32_t kept, std::uint32_t from);
     void rewrite_end(edge& e, std::uint32_t from, std::uint32_t kept) const;
-    std::uint32_t edge_between(std::uint32_t a, std::uint32_t b, std::uint32_t hash) const;
-    void index_edge(std::uint32_t number, std::uint32_t hash);
+    void choose_giant(std::uint32_t chosen);
     void note_stray(std::uint32_t number, std::uint32_t of);
     function_layout write_layout() const;
 
     place place_of(std::uint32_t number) const {
         const edge& e = edges_[number];
         const std::int32_t sequence = e.sequence();
-        return {e.follows() ? std::max(groups_[e.first_end()].last_move, sequence) : moved_[number], sequence};
+        return {e.follows() ? std::max(moves_[e.first_end()].last, sequence) : moved_[number], sequence};
     }
     void set_place(std::uint32_t number, place at) {
         edges_[number].order = edge::order_of(at.sequence, false);
@@ -143,9 +120,10 @@ private:
     template <typename Visit>
     void visit_segments(const group& g, Visit visit) const;
 
-    hash_index pairs_; ///< from pairs of groups to edges; entries of former groups are useless
     huge_vector<group> groups_;
+    huge_vector<group_moves> moves_; ///< by group
     huge_vector<edge> edges_;
+    edges_by_pair pairs_;
     /// When each edge that follows no one last moved; for others without meaning. Its pages exist only where it is used.
     std::unique_ptr<std::int32_t[], void (*)(void*)> moved_;
     edge_queue queue_;
@@ -154,18 +132,13 @@ private:
     std::vector<std::vector<std::uint32_t>> strays_;
     chain_links links_;
     std::int32_t clock_;                ///< the next unused time and sequence number
+    coordinate_shift shift_;            ///< in the merge under way, from the smaller side's coordinates to the larger's
     std::vector<std::uint32_t> listed_; ///< scratch of one merge: edges of a side, those gone included
     std::vector<moving_edge> moving_;   ///< the same: those that are left
 };
 
-// The index with room for the pairs that folding adds.
-hash_index with_room(hash_index pairs, std::size_t edges) {
-    pairs.reserve(edges + edges / 2);
-    return pairs;
-}
-
 merger::merger(call_profile& profile)
-    : pairs_(with_room(profile.take_pair_index(), profile.edges().size())), groups_(profile.function_count()),
+    : groups_(profile.function_count()), moves_(groups_.size()), pairs_(profile, edges_),
       moved_(static_cast<std::int32_t*>(safecalloc(profile.edges().size() + 1, sizeof(std::int32_t))), std::free),
       queue_(profile.edges()), links_(groups_.size()), clock_(static_cast<std::int32_t>(profile.edges().size())) {
     const std::span<const call_edge> read = profile.edges();
@@ -179,6 +152,7 @@ merger::merger(call_profile& profile)
         ++ends[e.second];
     }
     std::uint32_t begin = 0;
+    std::uint32_t largest = 0;
     for (std::uint32_t vertex = 0; vertex < groups_.size(); ++vertex) {
         group& g = groups_[vertex];
         g.names.head = g.names.tail = vertex;
@@ -186,12 +160,16 @@ merger::merger(call_profile& profile)
         g.entries = std::exchange(ends[vertex], begin);
         g.first = {begin, begin + g.entries, no_index};
         begin += g.entries;
+        largest = g.entries > groups_[largest].entries ? vertex : largest;
     }
     incident_.reserve(std::size_t{begin} + begin / 16); // attach() adds few
     incident_.resize(begin);
     for (std::uint32_t number = 0; number < read.size(); ++number) {
         incident_[ends[read[number].first]++] = number;
         incident_[ends[read[number].second]++] = number;
+    }
+    if (!groups_.empty()) {
+        choose_giant(largest);
     }
 }
 
@@ -215,7 +193,9 @@ function_layout merger::run() {
     while (queue_.take(
         heaviest, [this](std::uint32_t number) { return present(number); },
         [this](std::uint32_t number) { __builtin_prefetch(&edges_[number]); })) {
-        prefetch_upcoming();
+        if (queue_.has_advanced()) {
+            prefetch_upcoming();
+        }
         merge(heaviest);
     }
     return write_layout();
@@ -254,22 +234,23 @@ void merger::prefetch_upcoming() const {
     with_upcoming(4, [&](const edge& e) {
         with_smaller_sides_edges(e, [this](std::uint32_t number) { __builtin_prefetch(&edges_[number]); });
     });
-    const auto with_hashes = [&](const edge& e, auto action) { // of the pairs into which the edges will be folded
+    const auto with_pairs = [&](const edge& e,
+                                auto action) { // into whose edges those of the smaller side will be folded
         const std::uint32_t from = smaller_side(e);
         const std::uint32_t kept = e.other_end(from);
         with_smaller_sides_edges(e, [&](std::uint32_t number) {
             if (edges_[number].weight != 0) {
-                action(hash_of_pair(kept, edges_[number].other_end(from)));
+                const std::uint32_t neighbour = edges_[number].other_end(from);
+                action(kept, neighbour);
             }
         });
     };
-    with_upcoming(2, [&](const edge& e) { with_hashes(e, [this](std::uint32_t hash) { pairs_.prefetch(hash); }); });
+    with_upcoming(2, [&](const edge& e) {
+        with_pairs(e, [this](std::uint32_t kept, std::uint32_t neighbour) { pairs_.prefetch(kept, neighbour); });
+    });
     with_upcoming(1, [&](const edge& e) {
-        with_hashes(e, [this](std::uint32_t hash) {
-            pairs_.find(hash, [this](std::uint32_t existing) {
-                __builtin_prefetch(&edges_[existing]);
-                return true;
-            });
+        with_pairs(e, [this](std::uint32_t kept, std::uint32_t neighbour) {
+            pairs_.prefetch_edge(kept, neighbour, pairs_.hash(kept, neighbour));
         });
     });
 }
@@ -282,40 +263,57 @@ void merger::merge(std::uint32_t number) {
     links_.join(groups_[survivor].names, groups_[removed].names, {joining.weight, joining.sums[0], joining.sums[1]});
     joining.weight = 0;
     if (groups_[survivor].entries >= groups_[removed].entries) {
+        shift_ = coordinate_shift(groups_[removed].names, groups_[survivor].names);
         fold_removed(survivor, removed);
     } else {
+        shift_ = coordinate_shift(groups_[survivor].names, groups_[removed].names);
         groups_[removed].label = groups_[survivor].label;
         fold_survivor(survivor, removed);
     }
 }
 
-// Fills moving_ with the live edges of a group that is about to become part of `kept`.
-void merger::collect_live_edges(std::uint32_t from, std::uint32_t kept) {
-    constexpr std::size_t distance = 24; // edges between prefetch and use
+// The edges of a group, those gone included; valid until the next call and until edges are attached.
+std::span<const std::uint32_t> merger::edges_of(std::uint32_t of) {
+    const segment& first = groups_[of].first;
+    if (first.next == no_index) {
+        return std::span(incident_).subspan(first.begin, first.end - first.begin);
+    }
     listed_.clear();
-    visit_segments(groups_[from], [this](const segment& s) {
+    visit_segments(groups_[of], [this](const segment& s) {
         listed_.insert(listed_.end(), incident_.begin() + s.begin, incident_.begin() + s.end);
     });
-    for (std::size_t i = 0; i < std::min(distance, listed_.size()); ++i) {
-        __builtin_prefetch(&edges_[listed_[i]]);
+    return listed_;
+}
+
+// Visits those of some edges that are not gone.
+template <typename Visit>
+void merger::visit_live(std::span<const std::uint32_t> numbers, Visit visit) const {
+    constexpr std::size_t distance = 24; // edges between prefetch and use
+    for (const std::uint32_t number : numbers.first(std::min(distance, numbers.size()))) {
+        __builtin_prefetch(&edges_[number]);
+    }
+    for (std::size_t i = 0; i < numbers.size(); ++i) {
+        if (i + distance < numbers.size()) {
+            __builtin_prefetch(&edges_[numbers[i + distance]]);
+        }
+        if (const edge& e = edges_[numbers[i]]; e.weight != 0) {
+            visit(numbers[i], e);
+        }
+    }
+}
+
+// Fills moving_ with the live edges of a group that is about to become part of `kept`.
+void merger::collect_live_edges(std::uint32_t from, std::uint32_t kept) {
+    if (from == pairs_.giant() || groups_[kept].entries / 2 > groups_[pairs_.giant()].entries) {
+        choose_giant(kept);
     }
     moving_.clear();
-    for (std::size_t i = 0; i < listed_.size(); ++i) {
-        if (i + distance < listed_.size()) {
-            __builtin_prefetch(&edges_[listed_[i + distance]]);
-        }
-        const edge& e = edges_[listed_[i]];
-        if (e.weight != 0) {
-            const std::uint32_t neighbour = e.other_end(from);
-            moving_.push_back({listed_[i], neighbour, hash_of_pair(kept, neighbour), {}});
-            pairs_.prefetch(moving_.back().hash);
-        }
-    }
+    visit_live(edges_of(from), [&](std::uint32_t number, const edge& e) {
+        const std::uint32_t neighbour = e.other_end(from);
+        moving_.push_back({number, neighbour, pairs_.prefetch(kept, neighbour), {}});
+    });
     for (const moving_edge& m : moving_) {
-        pairs_.find(m.hash, [this](std::uint32_t existing) { // most probably the edge to fold it into
-            __builtin_prefetch(&edges_[existing]);
-            return true;
-        });
+        pairs_.prefetch_edge(kept, m.neighbour, m.hash);
     }
 }
 
@@ -323,7 +321,7 @@ void merger::collect_live_edges(std::uint32_t from, std::uint32_t kept) {
 void merger::fold_removed(std::uint32_t survivor, std::uint32_t removed) {
     collect_live_edges(removed, survivor);
     const auto folded = std::remove_if(moving_.begin(), moving_.end(), [&](moving_edge& m) {
-        const std::uint32_t existing = edge_between(survivor, m.neighbour, m.hash);
+        const std::uint32_t existing = pairs_.find(survivor, m.neighbour, m.hash);
         if (existing == no_index) {
             m.at = place_of(m.number);
             return false;
@@ -341,7 +339,7 @@ void merger::fold_removed(std::uint32_t survivor, std::uint32_t removed) {
         rewrite_end(e, removed, survivor);
         e.set_first_end(survivor);
         e.order = edge::order_of(next_time(), true);
-        index_edge(m.number, m.hash);
+        pairs_.insert(m.number, survivor, m.neighbour, m.hash);
     }
     attach(survivor, removed);
 }
@@ -357,11 +355,11 @@ void merger::fold_survivor(std::uint32_t survivor, std::uint32_t removed) {
         if (was_first) { // it follows no one now: the last move of its new first end is not its own
             set_place(m.number, place_of(m.number));
         }
-        const std::uint32_t existing = edge_between(removed, m.neighbour, m.hash);
+        const std::uint32_t existing = pairs_.find(removed, m.neighbour, m.hash);
         if (existing == no_index) {
             rewrite_end(e, survivor, removed);
             note_stray(m.number, removed);
-            index_edge(m.number, m.hash);
+            pairs_.insert(m.number, removed, m.neighbour, m.hash);
             return false;
         }
         // The survivor's edge lives on in the record of the other.
@@ -385,23 +383,22 @@ void merger::fold_survivor(std::uint32_t survivor, std::uint32_t removed) {
 // Moves all edges of a group to the back in their order, as edges whose first end it is.
 void merger::move_to_back(std::uint32_t moving) {
     group& g = groups_[moving];
-    moving_.clear();
-    const auto collect = [&](std::uint32_t number) {
-        const edge& e = edges_[number];
-        if (e.weight != 0 && e.is_stray_of(moving)) {
-            moving_.push_back({number, e.other_end(moving), 0, place_of(number)});
-        }
-    };
-    if (g.strays == no_index) { // its first move: look at all its edges
-        visit_segments(g, [&](const segment& s) {
-            std::for_each(incident_.begin() + s.begin, incident_.begin() + s.end, collect);
-        });
-        g.strays = static_cast<std::uint32_t>(strays_.size());
+    group_moves& moves = moves_[moving];
+    std::span<const std::uint32_t> look_at;
+    if (moves.strays == no_index) { // its first move: look at all its edges
+        look_at = edges_of(moving);
+        moves.strays = static_cast<std::uint32_t>(strays_.size());
         strays_.emplace_back();
     } else {
-        std::for_each(strays_[g.strays].begin(), strays_[g.strays].end(), collect);
-        strays_[g.strays].clear();
+        listed_ = std::exchange(strays_[moves.strays], {});
+        look_at = listed_;
     }
+    moving_.clear();
+    visit_live(look_at, [&](std::uint32_t number, const edge& e) {
+        if (e.is_stray_of(moving)) {
+            moving_.push_back({number, e.other_end(moving), 0, place_of(number)});
+        }
+    });
     // The youngest first, so that sequence numbers before all others can be handed out downwards.
     std::sort(moving_.begin(), moving_.end(), [](const moving_edge& a, const moving_edge& b) { return a.at > b.at; });
     for (const moving_edge& m : moving_) {
@@ -413,10 +410,10 @@ void merger::move_to_back(std::uint32_t moving) {
             note_stray(m.number, m.neighbour);
         }
         e.set_first_end(moving);
-        e.order = edge::order_of(m.at.moved > g.last_move ? m.at.moved : --g.front_sequence, true);
+        e.order = edge::order_of(m.at.moved > moves.last ? m.at.moved : --g.front_sequence, true);
     }
     internal_assert(g.front_sequence > -order_limit, "ORDWELL/fast_merge", "move_to_back", "sequence > -2^30");
-    g.last_move = next_time();
+    moves.last = next_time();
 }
 
 // Hangs the edges that are left in moving_ on to the kept group; the other group is no more.
@@ -442,56 +439,48 @@ void merger::attach(std::uint32_t kept, std::uint32_t from) {
         g.entries += static_cast<std::uint32_t>(moving_.size());
     }
     groups_[from].label = no_index;
-    if (groups_[from].strays != no_index) {
-        strays_[groups_[from].strays] = {};
+    if (moves_[from].strays != no_index) {
+        strays_[moves_[from].strays] = {};
     }
 }
 
 // Folds an edge between `from` and a neighbour into the edge between `kept` and that neighbour.
 void merger::fold(edge& gone, std::uint32_t into, std::uint32_t kept, std::uint32_t from) {
-    rewrite_end(gone, from, kept);
     edge& e = edges_[into];
-    const bool same_sides = e.side_of(kept) == gone.side_of(kept);
-    e.sums[0] += gone.sums[same_sides ? 0 : 1];
-    e.sums[1] += gone.sums[same_sides ? 1 : 0];
+    const unsigned int gone_side = gone.side_of(from);
+    const unsigned int side = e.side_of(kept);
+    e.sums[side] += shift_.apply(gone.sums[gone_side], gone.weight);
+    e.sums[1 - side] += gone.sums[1 - gone_side];
     e.weight = saturating_sum(e.weight, gone.weight);
     gone.weight = 0;
-    queue_.add(present(into));
+    queue_.add(into, e.weight, [&] { return place_of(into); });
 }
 
-// Expresses the sum of an edge at its end `from` in the coordinates of the group `kept`, with which `from` now shares
-// its chain, and makes that its end.
+// Makes `kept` the end of an edge instead of `from`, with which it now shares its chain.
 void merger::rewrite_end(edge& e, std::uint32_t from, std::uint32_t kept) const {
-    const chain& old_chain = groups_[from].names;
-    const chain& new_chain = groups_[kept].names;
-    const auto turn = static_cast<std::uint64_t>(old_chain.direction * new_chain.direction);
-    const auto shift = static_cast<std::uint64_t>(new_chain.direction * (old_chain.offset - new_chain.offset));
     const unsigned int side = e.side_of(from);
-    e.sums[side] = turn * e.sums[side] + shift * e.weight;
+    e.sums[side] = shift_.apply(e.sums[side], e.weight);
     e.end[side] = kept;
 }
 
-std::uint32_t merger::edge_between(std::uint32_t a, std::uint32_t b, std::uint32_t hash) const {
-    return pairs_.find(hash, [&](std::uint32_t number) {
-        const edge& e = edges_[number];
-        return (e.end[0] == a && e.end[1] == b) || (e.end[0] == b && e.end[1] == a);
-    });
-}
-
-void merger::index_edge(std::uint32_t number, std::uint32_t hash) {
-    if (pairs_.is_full()) {
-        pairs_.make_room([&](std::uint32_t entry_hash, std::uint32_t entry) {
-            const edge& e = edges_[entry];
-            return e.weight != 0 && hash_of_pair(e.end[0], e.end[1]) == entry_hash;
+// Makes a group the giant. The next one will have twice the edges, so this costs little.
+void merger::choose_giant(std::uint32_t chosen) {
+    const auto insert_edges_of = [this](std::uint32_t of) {
+        visit_live(edges_of(of), [&](std::uint32_t number, const edge& e) {
+            pairs_.insert(number, of, e.other_end(of), hash_of_pair(of, e.other_end(of)));
         });
+    };
+    const std::uint32_t former = pairs_.set_giant(chosen);
+    if (former != no_index) {
+        insert_edges_of(former);
     }
-    pairs_.insert(hash, number);
+    insert_edges_of(chosen);
 }
 
 // Lists an edge that does not follow a group among its strays, if it keeps such a list.
 void merger::note_stray(std::uint32_t number, std::uint32_t of) {
-    if (groups_[of].strays != no_index) {
-        strays_[groups_[of].strays].push_back(number);
+    if (moves_[of].strays != no_index) {
+        strays_[moves_[of].strays].push_back(number);
     }
 }
 

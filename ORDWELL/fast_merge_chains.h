@@ -35,6 +35,22 @@ struct chain {
     std::uint32_t tail = 0;     ///< the name at its back
 };
 
+/// How coordinates in one group are expressed in those of another with which it shares its chain.
+class coordinate_shift {
+public:
+    coordinate_shift() = default;
+    coordinate_shift(const chain& from, const chain& to)
+        : turn_(static_cast<std::uint64_t>(from.direction * to.direction)),
+          shift_(static_cast<std::uint64_t>(to.direction * (from.offset - to.offset))) {}
+
+    /// What a sum of weight x coordinate over calls of this weight in all becomes.
+    std::uint64_t apply(std::uint64_t sum, std::uint64_t weight) const { return turn_ * sum + shift_ * weight; }
+
+private:
+    std::uint64_t turn_ = 1; ///< 1 or -1, as all here modulo 2^64
+    std::uint64_t shift_ = 0;
+};
+
 /// The calls between two chains.
 struct calls_between {
     std::uint32_t weight; ///< their number, saturating

@@ -58,13 +58,14 @@ public:
         }
     }
 
-    /// Adds an edge as it is now.
-    void add(const queue_entry& entry) {
-        const std::size_t bucket = bucket_of(entry.weight);
+    /// Adds an edge that became heavier. `present_place()`, where it is now, is asked only if need be.
+    template <typename PresentPlace>
+    void add(std::uint32_t number, std::uint32_t weight, PresentPlace present_place) {
+        const std::size_t bucket = bucket_of(weight);
         if (bucket < open_bucket_) {
-            added_[bucket].push_back(entry.number);
+            added_[bucket].push_back(number);
         } else {
-            heap_.push(entry);
+            heap_.push({weight, number, present_place()});
         }
     }
 
@@ -72,6 +73,7 @@ public:
     /// `prefetch(number)` announces that this will be asked soon.
     template <typename Present, typename Prefetch>
     bool take(std::uint32_t& number, Present present, Prefetch prefetch) {
+        has_advanced_ = false;
         while (!run_.empty() || !heap_.empty() || open_next_bucket(present, prefetch)) {
             const bool from_heap = run_.empty() || (!heap_.empty() && run_.back() < heap_.top());
             const queue_entry next = from_heap ? heap_.top() : run_.back();
@@ -79,6 +81,7 @@ public:
                 heap_.pop();
             } else {
                 run_.pop_back();
+                has_advanced_ = true;
             }
             const queue_entry now = present(next.number);
             if (now == next) {
@@ -91,6 +94,9 @@ public:
         }
         return false;
     }
+
+    /// Whether taking the last edge changed what upcoming() says.
+    bool has_advanced() const { return has_advanced_; }
 
     /// The edge that will be `distance` further on, if nothing changes; no_index where that is not known.
     std::uint32_t upcoming(std::size_t distance) const {
@@ -138,4 +144,5 @@ private:
     std::size_t open_bucket_ = bucket_count;        ///< the bucket being worked off; lower ones wait
     std::vector<queue_entry> run_;                  ///< what is left of it, the next edge at the back
     std::priority_queue<queue_entry> heap_;         ///< added since, and not of a lower bucket
+    bool has_advanced_ = false;
 };

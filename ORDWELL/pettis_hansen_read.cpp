@@ -113,10 +113,10 @@ void PETTIS_HANSEN_GRAPH::read(std::string& filename) {
         own_profile().begin_input();
     }
     do {
-        taken += block.size();
-        if (is_as_read() && taken < size) {
+        if (is_as_read() && taken != 0 && taken < size) {
             own_profile().expect_growth(static_cast<double>(size) / static_cast<double>(taken));
         }
+        taken += block.size();
         rows.clear();
         while (!block.empty()) {
             ++line_number;

@@ -161,6 +161,11 @@ void call_table::enter_pending_pairs() {
         if (pairs_.size() >= no_index) {
             throw failure("more than 4294967294 pairs of functions");
         }
+        if (pair_index_.is_full()) {
+            pair_index_.refill(
+                pairs_.size() * 2, static_cast<std::uint32_t>(pairs_.size()),
+                [this](std::uint32_t number) { return hash_of_call(pairs_[number].caller, pairs_[number].callee); });
+        }
         pair_index_.insert(hash, static_cast<std::uint32_t>(pairs_.size()));
         pairs_.push_back(added);
     }
