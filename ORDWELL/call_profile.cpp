@@ -142,59 +142,60 @@ void call_profile::add_edge_hashed(std::uint32_t caller, std::uint32_t callee, s
 }
 
 void call_profile::add_rows(std::span<const call_row> rows) {
-    struct resolved_row {
-        std::uint32_t caller_hash, callee_hash; // of the names
-        std::uint32_t caller, callee;           // the functions
-        std::uint32_t pair_hash;
-        bool same_caller; // as the row before in the batch: profiles are often grouped by caller
+    struct name_look_up {
+        std::string_view name;
+        std::uint32_t hash;
+        std::uint32_t function; // at first what it most probably is
     };
-    std::array<resolved_row, batch_rows> resolved;
+    struct row_look_up {
+        std::size_t caller, callee; // in the array of names
+        std::uint32_t hash;         // of the pair
+    };
+    std::array<name_look_up, 2 * batch_rows> names;
+    std::array<row_look_up, batch_rows> pairs;
 
     while (!rows.empty()) {
         const std::span<const call_row> batch = rows.first(std::min(rows.size(), batch_rows));
         rows = rows.subspan(batch.size());
 
-        for (std::size_t i = 0; i < batch.size(); ++i) {
-            resolved[i].same_caller = i > 0 && batch[i].caller == batch[i - 1].caller;
-            resolved[i].caller_hash =
-                resolved[i].same_caller ? resolved[i - 1].caller_hash : hash_of_name(batch[i].caller);
-            resolved[i].callee_hash = hash_of_name(batch[i].callee);
-            name_index_.prefetch(resolved[i].caller_hash);
-            name_index_.prefetch(resolved[i].callee_hash);
-        }
-        // The function that a name most probably is: the first with the same hash.
-        const auto candidate = [&](std::uint32_t hash) {
-            const std::uint32_t function = name_index_.find(hash, [](std::uint32_t) { return true; });
-            if (function != no_index) {
-                prefetch_name(function);
-            }
-            return function;
+        std::size_t name_count = 0;
+        const auto look_up = [&](std::string_view name) {
+            names[name_count] = {name, hash_of_name(name), no_index};
+            name_index_.prefetch(names[name_count].hash);
+            return name_count++;
         };
         for (std::size_t i = 0; i < batch.size(); ++i) {
-            resolved[i].caller = candidate(resolved[i].caller_hash);
-            resolved[i].callee = candidate(resolved[i].callee_hash);
+            // Profiles are often grouped by caller: then the last caller is the next.
+            const bool same_caller = i > 0 && batch[i].caller == batch[i - 1].caller;
+            pairs[i].caller = same_caller ? pairs[i - 1].caller : look_up(batch[i].caller);
+            pairs[i].callee = look_up(batch[i].callee);
         }
-        for (std::size_t i = 0; i < batch.size(); ++i) {
-            for (const std::uint32_t function : {resolved[i].caller, resolved[i].callee}) {
-                if (function != no_index) {
-                    prefetch_name_bytes(function);
-                }
+        const std::span<name_look_up> looked_up = std::span(names).first(name_count);
+        for (name_look_up& n : looked_up) {
+            n.function = name_index_.find(n.hash, [](std::uint32_t) { return true; });
+            if (n.function != no_index) {
+                prefetch_name(n.function);
             }
         }
-        const auto function_of = [&](std::uint32_t probable, std::string_view name, std::uint32_t hash) {
-            return probable != no_index && names_[probable] == name ? probable : find_or_add_hashed(name, hash);
-        };
-        for (std::size_t i = 0; i < batch.size(); ++i) {
-            resolved[i].caller = resolved[i].same_caller
-                                     ? resolved[i - 1].caller
-                                     : function_of(resolved[i].caller, batch[i].caller, resolved[i].caller_hash);
-            resolved[i].callee = function_of(resolved[i].callee, batch[i].callee, resolved[i].callee_hash);
-            resolved[i].pair_hash = hash_of_pair(resolved[i].caller, resolved[i].callee);
-            pair_index_.prefetch(resolved[i].pair_hash);
+        for (const name_look_up& n : looked_up) {
+            if (n.function != no_index) {
+                prefetch_name_bytes(n.function);
+            }
+        }
+        for (name_look_up& n : looked_up) {
+            if (n.function == no_index || names_[n.function] != n.name) {
+                n.function = find_or_add_hashed(n.name, n.hash);
+            }
+        }
+        for (row_look_up& pair : std::span(pairs).first(batch.size())) {
+            pair.hash = hash_of_pair(names[pair.caller].function, names[pair.callee].function);
+            pair_index_.prefetch(pair.hash);
         }
         for (std::size_t i = 0; i < batch.size(); ++i) {
-            if (resolved[i].caller != resolved[i].callee) {
-                add_edge_hashed(resolved[i].caller, resolved[i].callee, batch[i].weight, resolved[i].pair_hash);
+            const std::uint32_t caller = names[pairs[i].caller].function;
+            const std::uint32_t callee = names[pairs[i].callee].function;
+            if (caller != callee) {
+                add_edge_hashed(caller, callee, batch[i].weight, pairs[i].hash);
             }
         }
     }

@@ -18,6 +18,7 @@
 
 #include "support/hash_index.h"
 #include "support/huge_pages.h"
+#include "support/prefetch.h"
 
 #include <cstdint>
 #include <memory_resource>
@@ -68,8 +69,8 @@ public:
     std::string_view name(std::uint32_t function) const { return names_[function]; }
 
     /// Brings what name() will give of a function into the cache, in two steps: first where its bytes are, then they.
-    void prefetch_name(std::uint32_t function) const { __builtin_prefetch(&names_[function]); }
-    void prefetch_name_bytes(std::uint32_t function) const { __builtin_prefetch(names_[function].data()); }
+    void prefetch_name(std::uint32_t function) const { prefetch_line(&names_[function]); }
+    void prefetch_name_bytes(std::uint32_t function) const { prefetch_line(names_[function].data()); }
 
     /// The function of a name, or no_index.
     std::uint32_t find(std::string_view name) const;

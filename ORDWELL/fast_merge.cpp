@@ -46,6 +46,7 @@
 #include "support/assertion.h"
 #include "support/huge_pages.h"
 #include "support/memory.h"
+#include "support/prefetch.h"
 
 #include <cstdlib>
 #include <memory>
@@ -189,11 +190,13 @@ void merger::visit_segments(const group& g, Visit visit) const {
 }
 
 function_layout merger::run() {
+    constexpr std::size_t cached_edges = std::size_t{1} << 16U; // more do not fit the second-level cache
+    const bool is_large = edges_.size() > cached_edges;
     std::uint32_t heaviest = 0;
     while (queue_.take(
         heaviest, [this](std::uint32_t number) { return present(number); },
-        [this](std::uint32_t number) { __builtin_prefetch(&edges_[number]); })) {
-        if (queue_.has_advanced()) {
+        [this](std::uint32_t number) { prefetch_line(&edges_[number]); })) {
+        if (is_large && queue_.has_advanced()) {
             prefetch_upcoming();
         }
         merge(heaviest);
@@ -219,20 +222,20 @@ void merger::prefetch_upcoming() const {
             action(incident_[i]);
         }
     };
-    with_upcoming(9, [](const edge& e) { __builtin_prefetch(&e); });
+    with_upcoming(9, [](const edge& e) { prefetch_line(&e); });
     with_upcoming(7, [this](const edge& e) {
-        __builtin_prefetch(&groups_[e.end[0]]);
-        __builtin_prefetch(&groups_[e.end[1]]);
+        prefetch_line(&groups_[e.end[0]]);
+        prefetch_line(&groups_[e.end[1]]);
     });
     with_upcoming(5, [&](const edge& e) {
         if (const segment& stretch = groups_[smaller_side(e)].first; stretch.begin < stretch.end) {
-            __builtin_prefetch(&incident_[stretch.begin]);
+            prefetch_line(&incident_[stretch.begin]);
         }
         links_.prefetch(groups_[e.end[0]].names);
         links_.prefetch(groups_[e.end[1]].names);
     });
     with_upcoming(4, [&](const edge& e) {
-        with_smaller_sides_edges(e, [this](std::uint32_t number) { __builtin_prefetch(&edges_[number]); });
+        with_smaller_sides_edges(e, [this](std::uint32_t number) { prefetch_line(&edges_[number]); });
     });
     const auto with_pairs = [&](const edge& e,
                                 auto action) { // into whose edges those of the smaller side will be folded
@@ -290,11 +293,11 @@ template <typename Visit>
 void merger::visit_live(std::span<const std::uint32_t> numbers, Visit visit) const {
     constexpr std::size_t distance = 24; // edges between prefetch and use
     for (const std::uint32_t number : numbers.first(std::min(distance, numbers.size()))) {
-        __builtin_prefetch(&edges_[number]);
+        prefetch_line(&edges_[number]);
     }
     for (std::size_t i = 0; i < numbers.size(); ++i) {
         if (i + distance < numbers.size()) {
-            __builtin_prefetch(&edges_[numbers[i + distance]]);
+            prefetch_line(&edges_[numbers[i + distance]]);
         }
         if (const edge& e = edges_[numbers[i]]; e.weight != 0) {
             visit(numbers[i], e);

@@ -21,6 +21,7 @@
 
 #include "ORDWELL/call_profile.h"
 #include "support/huge_pages.h"
+#include "support/prefetch.h"
 
 #include <array>
 #include <cstdint>
@@ -70,8 +71,8 @@ public:
 
     /// Brings what join() will touch of a chain into the cache.
     void prefetch(const chain& c) const {
-        __builtin_prefetch(&links_[c.head]);
-        __builtin_prefetch(&links_[c.tail]);
+        prefetch_line(&links_[c.head]);
+        prefetch_line(&links_[c.tail]);
     }
 
     /// Appends the names of a chain, front first.

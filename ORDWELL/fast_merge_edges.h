@@ -9,6 +9,7 @@
 
 #include "ORDWELL/call_profile.h"
 #include "support/huge_pages.h"
+#include "support/prefetch.h"
 
 #include <array>
 #include <cstdint>
@@ -63,7 +64,7 @@ public:
     std::uint32_t prefetch(std::uint32_t kept, std::uint32_t neighbour) const {
         const std::uint32_t pair_hash = hash(kept, neighbour);
         if (kept == giant_) {
-            __builtin_prefetch(&of_giant_[neighbour]);
+            prefetch_line(&of_giant_[neighbour]);
         } else {
             hashed_.prefetch(pair_hash);
         }
@@ -75,7 +76,7 @@ public:
         const std::uint32_t number =
             kept == giant_ ? of_giant_[neighbour] : hashed_.find(pair_hash, [](std::uint32_t) { return true; });
         if (number != no_index) {
-            __builtin_prefetch(&edges_[number]);
+            prefetch_line(&edges_[number]);
         }
     }
 

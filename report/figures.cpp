@@ -1,5 +1,7 @@
 #include "report/figures.h"
 
+#include "support/prefetch.h"
+
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
@@ -95,8 +97,8 @@ void measure_calls(std::span<const extent> functions, std::span<const counted_ca
     constexpr std::size_t ahead = 24; // calls between prefetch and use: their functions lie anywhere
     for (std::size_t i = 0; i < all.size(); ++i) {
         if (i + ahead < all.size()) {
-            __builtin_prefetch(&functions[all[i + ahead].first]);
-            __builtin_prefetch(&functions[all[i + ahead].second]);
+            prefetch_line(&functions[all[i + ahead].first]);
+            prefetch_line(&functions[all[i + ahead].second]);
         }
         const counted_calls& c = all[i];
         const std::uint64_t a = functions[c.first].address;

@@ -10,6 +10,7 @@
 #pragma once
 
 #include "support/huge_pages.h"
+#include "support/prefetch.h"
 
 #include <algorithm>
 #include <array>
@@ -22,7 +23,7 @@ inline constexpr std::uint32_t no_index = 4294967295U;
 class hash_index {
 public:
     /// Brings the bucket of `hash` into the cache.
-    void prefetch(std::uint32_t hash) const { __builtin_prefetch(&buckets_[home_of(hash)]); }
+    void prefetch(std::uint32_t hash) const { prefetch_line(&buckets_[home_of(hash)]); }
 
     /// A number under `hash` for which `is_wanted(number)` holds, or no_index. It may be asked of numbers under others, too.
     template <typename Predicate>
