@@ -92,6 +92,8 @@ TEST_F(Diagnostics, BuildsHeaders) {
 
     DIAGNOSTIC::display_code_m = DIAGNOSTIC::display_ipos_m = true;
     DIAGNOSTIC::push_indent(2);
+    DIAGNOSTIC::push_indent(3);
+    DIAGNOSTIC::pop_indent();
     EXPECT_EQ(text_of([] { DIAG::raise<DIAG::owl_bad_csv_file_header>("here", 7, "a.csv"); }),
               "  here:7:error #22101-D: Invalid CSV input file header line encountered in\n     a.csv; file ignored\n");
     DIAGNOSTIC::pop_indent();
