@@ -3,10 +3,10 @@
 // A real profile has a million functions and several million rows, and a run spends most of its reading here, on
 // look-ups that miss the processor's caches. So names are numbered from 0 in the order of their appearance, edges
 // are three numbers in an array in the order of their creation, and two hash indexes lead from a name to its
-// number and from a pair of functions to their edge. Rows are added in batches: first every name of the batch
-// is hashed and its place in the index prefetched, then the name found there and its bytes, then the names are resolved and the
-// slots of the pairs prefetched, then the edges are added, so that the waits for memory overlap. Rows (main,f,10),
-// (f,g,3), (g,f,2) give
+// number and from a pair of functions to their edge (support/hash_index.h). Rows are added in batches: first every name of
+// the batch is hashed and its place in the index prefetched, then the name found there and its bytes, then the names are
+// resolved and the places of the pairs prefetched, then the edges are added, so that the waits for memory overlap. Rows
+// (main,f,10), (f,g,3), (g,f,2) give
 //
 //     names   0 main   1 f   2 g
 //     edges   0 (main, f, 10)   1 (f, g, 5)

@@ -1,17 +1,19 @@
 // Fast merging.
 //
 // Step-by-step merging (ORDWELL/pettis_hansen_merge.cpp) says what happens; this file reaches the same end without the
-// walks over the edge list and the chains. Merging u (survives) and v (removed) needs four things fast.
+// walks over the edge list and the chains. Merging u (survives) and v (removed) needs five things fast.
 //
 // 1. The heaviest edge: ORDWELL/fast_merge_queue.h.
 //
 // 2. The best join of the two chains: ORDWELL/fast_merge_chains.h. It needs the sums, over the calls between the two,
 //    of weight x coordinate of the one name and of the other. An edge carries them beside its weight.
 //
-// 3. The folding. Only the smaller side's edges are rewritten, whichever side survives: a group of merged functions
+// 3. The edge between two groups, if there is one: ORDWELL/fast_merge_edges.h.
+//
+// 4. The folding. Only the smaller side's edges are rewritten, whichever side survives: a group of merged functions
 //    keeps the storage and the coordinates of its larger part, and the index by which it survives is a label.
 //
-// 4. The places of the removed vertex's edges in creation order. They all go to the back in their old order, as new
+// 5. The places of the removed vertex's edges in creation order. They all go to the back in their old order, as new
 //    edges whose first end is the survivor. Where v is the larger side they must not be touched one by one. So a place
 //    is a pair,
 //
@@ -36,8 +38,9 @@
 // Cost: a rewritten edge's side at least doubles, so O(edges x log functions) edges are rewritten; on call graphs of
 // real shape it is less than twice the edges. Most of the time goes into cache misses. So an edge is one record of 32
 // bytes, half a cache line, its first end standing first; a group with the first stretch of its edges is one cache line;
-// times and sequence numbers are of 31 bits, which is asserted; and the records of a side are prefetched before they are
-// used. Only when the last move of an edge that follows no one happened stands apart: few edges ever need it.
+// times and sequence numbers are of 31 bits, which is asserted; and what a merge will touch is prefetched, of the side
+// being rewritten, of the merges that will follow, and of the edge that has just become the heaviest. What is asked of the
+// groups at the ends of edges, the moves, stands apart and is small enough for the caches.
 #include "ORDWELL/fast_merge.h"
 
 #include "ORDWELL/fast_merge_chains.h"
@@ -237,14 +240,13 @@ void merger::prefetch_upcoming() const {
     with_upcoming(4, [&](const edge& e) {
         with_smaller_sides_edges(e, [this](std::uint32_t number) { prefetch_line(&edges_[number]); });
     });
-    const auto with_pairs = [&](const edge& e,
-                                auto action) { // into whose edges those of the smaller side will be folded
+    // The pairs of groups into whose edges those of the smaller side will be folded.
+    const auto with_pairs = [&](const edge& e, auto action) {
         const std::uint32_t from = smaller_side(e);
         const std::uint32_t kept = e.other_end(from);
         with_smaller_sides_edges(e, [&](std::uint32_t number) {
             if (edges_[number].weight != 0) {
-                const std::uint32_t neighbour = edges_[number].other_end(from);
-                action(kept, neighbour);
+                action(kept, edges_[number].other_end(from));
             }
         });
     };
@@ -263,9 +265,11 @@ void merger::merge(std::uint32_t number) {
     edge& joining = edges_[number];
     const std::uint32_t survivor = joining.first_end();
     const std::uint32_t removed = joining.end[1];
+    const bool keeps_survivor = groups_[survivor].entries >= groups_[removed].entries;
+    prefetch_line(incident_.data() + groups_[keeps_survivor ? removed : survivor].first.begin);
     links_.join(groups_[survivor].names, groups_[removed].names, {joining.weight, joining.sums[0], joining.sums[1]});
     joining.weight = 0;
-    if (groups_[survivor].entries >= groups_[removed].entries) {
+    if (keeps_survivor) {
         shift_ = coordinate_shift(groups_[removed].names, groups_[survivor].names);
         fold_removed(survivor, removed);
     } else {
@@ -456,7 +460,10 @@ void merger::fold(edge& gone, std::uint32_t into, std::uint32_t kept, std::uint3
     e.sums[1 - side] += gone.sums[1 - gone_side];
     e.weight = saturating_sum(e.weight, gone.weight);
     gone.weight = 0;
-    queue_.add(into, e.weight, [&] { return place_of(into); });
+    if (queue_.add(into, e.weight, [&] { return place_of(into); })) { // likely to be merged next
+        prefetch_line(&groups_[e.end[1 - side]]);
+        links_.prefetch_name(e.end[1 - side]);
+    }
 }
 
 // Makes `kept` the end of an edge instead of `from`, with which it now shares its chain.

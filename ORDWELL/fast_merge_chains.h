@@ -75,6 +75,9 @@ public:
         prefetch_line(&links_[c.tail]);
     }
 
+    /// The same of a chain that is probably this name alone.
+    void prefetch_name(std::uint32_t name) const { prefetch_line(&links_[name]); }
+
     /// Appends the names of a chain, front first.
     void append_names(const chain& whole, std::vector<std::uint32_t>& names) const;
 

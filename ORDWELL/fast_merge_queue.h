@@ -58,15 +58,17 @@ public:
         }
     }
 
-    /// Adds an edge that became heavier. `present_place()`, where it is now, is asked only if need be.
+    /// Adds an edge that became heavier and tells whether, as things are, it is likely to be the next.
+    /// `present_place()`, where it is now, is asked only if need be.
     template <typename PresentPlace>
-    void add(std::uint32_t number, std::uint32_t weight, PresentPlace present_place) {
+    bool add(std::uint32_t number, std::uint32_t weight, PresentPlace present_place) {
         const std::size_t bucket = bucket_of(weight);
         if (bucket < open_bucket_) {
             added_[bucket].push_back(number);
-        } else {
-            heap_.push({weight, number, present_place()});
+            return false;
         }
+        heap_.push({weight, number, present_place()});
+        return heap_.top().number == number;
     }
 
     /// Takes the next edge off; false when none is left. `present(number)` gives an edge as it is now, and
