@@ -11,8 +11,8 @@ namespace {
 
 constexpr std::size_t batch_rows = 48; // rows whose memory accesses overlap; more would not fit the first-level cache
 
-// Eight bytes at a time, the last eight overlapping: twice as fast as the standard library's hash on names of usual length.
-// It differs from machine to machine, as nothing depends on it but the place in the index.
+// Eight bytes at a time, the last eight overlapping: on names of 30 bytes a third fewer instructions than the standard
+// library's hash. It differs from machine to machine, as nothing depends on it but the place in the index.
 std::uint32_t hash_of_name(std::string_view name) {
     std::uint64_t hash = name.size();
     const auto add = [&hash](const char* bytes, std::size_t count) {

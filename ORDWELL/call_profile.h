@@ -1,19 +1,20 @@
 // The calls as read: function names and weighted edges in their order of appearance, held compactly and indexed.
 //
 // A real profile has a million functions and several million rows, and a run spends most of its reading here, on
-// look-ups that miss the processor's caches. So names are numbered from 0 in the order of their appearance, edges
-// are three numbers in an array in the order of their creation, and two hash indexes lead from a name to its
-// number and from a pair of functions to their edge (support/hash_index.h). Rows are added in batches: first every name of
-// the batch is hashed and its place in the index prefetched, then the name found there and its bytes, then the names are
-// resolved and the places of the pairs prefetched, then the edges are added, so that the waits for memory overlap. Rows
-// (main,f,10), (f,g,3), (g,f,2) give
+// look-ups that miss the processor's caches. So names are numbered from 0 in the order of their appearance, edges are
+// three numbers in an array in the order of their creation, and two hash indexes lead from a name to its number and
+// from a pair of functions to their edge (support/hash_index.h). Rows are added in batches: first every name of the
+// batch is hashed and its place in the index prefetched, then the name found there and its bytes, then the names are
+// resolved and the places of the pairs prefetched, then the edges are added, so that the waits for memory overlap.
+// Rows (main,f,10), (f,g,3), (g,f,2) give
 //
 //     names   0 main   1 f   2 g
 //     edges   0 (main, f, 10)   1 (f, g, 5)
 //
-// How many edges there will be is guessed from the file: a reader that has seen a tenth of it tells expect_growth(10). A
-// guess may be wrong, and a hostile file may provoke it, so it is believed only once a 32nd of the file has been read, and
-// an array grows only when it is full: one pair in a million rows never makes it grow. Names recur too much for a guess.
+// How many edges there will be is guessed from the file: a reader that has seen a tenth of it tells
+// expect_growth(10). A guess may be wrong, and a hostile file may provoke it, so it is believed only once a 32nd of
+// the file has been read, and an array grows only when it is full: one pair in a million rows never makes it grow.
+// Names recur too much for a guess.
 #pragma once
 
 #include "support/hash_index.h"
@@ -81,8 +82,8 @@ public:
     /// The edges in the order of their creation.
     std::span<const call_edge> edges() const { return edges_; }
 
-    /// Gives away the index from pairs of functions, under hash_of_pair(), to edges. The profile stays as it is; adding an
-    /// edge to it will cost another index.
+    /// Gives away the index from pairs of functions, under hash_of_pair(), to edges. The profile stays as it is;
+    /// adding an edge to it will cost another index.
     hash_index take_pair_index();
 
     /// Adds `weight` to the edge between two different functions, creating it at the back when there is none.

@@ -37,10 +37,10 @@
 //
 // Cost: a rewritten edge's side at least doubles, so O(edges x log functions) edges are rewritten; on call graphs of
 // real shape it is less than twice the edges. Most of the time goes into cache misses. So an edge is one record of 32
-// bytes, half a cache line, its first end standing first; a group with the first stretch of its edges is one cache line;
-// times and sequence numbers are of 31 bits, which is asserted; and what a merge will touch is prefetched, of the side
-// being rewritten, of the merges that will follow, and of the edge that has just become the heaviest. What is asked of the
-// groups at the ends of edges, the moves, stands apart and is small enough for the caches.
+// bytes, half a cache line, its first end standing first; a group with the first stretch of its edges is one cache
+// line; times and sequence numbers are of 31 bits, which is asserted; and what a merge will touch is prefetched, of
+// the side being rewritten, of the merges that will follow, and of the edge that has just become the heaviest. What
+// is asked of the groups at the ends of edges, the moves, stands apart and is small enough for the caches.
 #include "ORDWELL/fast_merge.h"
 
 #include "ORDWELL/fast_merge_chains.h"
@@ -128,7 +128,8 @@ private:
     huge_vector<group_moves> moves_; ///< by group
     huge_vector<edge> edges_;
     edges_by_pair pairs_;
-    /// When each edge that follows no one last moved; for others without meaning. Its pages exist only where it is used.
+    /// When each edge that follows no one last moved; for others without meaning. Its pages exist only where it is
+    /// used.
     std::unique_ptr<std::int32_t[], void (*)(void*)> moved_;
     edge_queue queue_;
     huge_vector<std::uint32_t> incident_; ///< edge numbers, segment after segment

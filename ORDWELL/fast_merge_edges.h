@@ -1,10 +1,10 @@
 // The edges of fast merging, and which of them lies between two groups.
 //
-// That is asked of nearly every edge that is rewritten, most often in vain or of a pair that is not cached. But in most
-// merges of a call graph one and the same group takes in a small one: the *giant*, a group with about the most edges. (Of
-// 100,000 functions three quarters go that way, of a real program's 2,600 nine tenths.) So the giant's edges stand in an
-// array by the group at their other end, 4 bytes a group, which the caches hold; only other pairs are looked up by hash.
-// When another group has twice the giant's edges, it becomes the giant.
+// That is asked of nearly every edge that is rewritten, and an index of all pairs does not fit the caches. But in
+// most merges of a call graph one and the same group takes in a small one: the *giant*, a group with about the most
+// edges. (Of 100,000 functions three quarters go that way, of a real program's 2,600 nine tenths.) So the giant's
+// edges stand in an array by the group at their other end, 4 bytes a group, which the caches hold; only other pairs
+// are looked up by hash. When another group has twice the giant's edges, it becomes the giant.
 #pragma once
 
 #include "ORDWELL/call_profile.h"
@@ -48,7 +48,8 @@ constexpr std::int32_t order_limit = 1 << 30;
 /// From pairs of groups to edges.
 class edges_by_pair {
 public:
-    /// Takes over the profile's index of pairs. `edges` are those of the profile, by their numbers, when this is first used.
+    /// Takes over the profile's index of pairs. `edges` are those of the profile, by their numbers, when this is
+    /// first used.
     edges_by_pair(call_profile& profile, const huge_vector<edge>& edges)
         : edges_(edges), hashed_(profile.take_pair_index()), of_giant_(profile.function_count(), no_index) {}
 

@@ -34,9 +34,9 @@ const char* next_arg() {
     return arg_index < saved_argc ? saved_argv[arg_index++] : nullptr;
 }
 
-/// Takes the descriptor of every standard stream that the caller closed, so that no file of ours gets messages that were
-/// meant for the stream. What takes it can be neither read, written nor opened again as /dev/stdin or /dev/stdout, so
-/// that naming a closed stream as a file still fails.
+/// Takes the descriptor of every standard stream that the caller closed, so that no file of ours gets messages that
+/// were meant for the stream. What takes it can be neither read, written nor opened again as /dev/stdin or
+/// /dev/stdout, so that naming a closed stream as a file still fails.
 void occupy_closed_streams() {
     int file = 0;
     do {

@@ -97,8 +97,8 @@ public:
     added_edge add_edge_with_weight(unsigned long u, unsigned long v, unsigned long weight);
     /// The sum of two weights; 4294967295 when it would be more, or when either is that.
     static unsigned long saturated_add_edge_weights(unsigned long a, unsigned long b);
-    /// The graph as an adjacency list, built on first use. It may be changed at will; from then on every look-up by name
-    /// walks it, since an index could not notice the changes.
+    /// The graph as an adjacency list, built on first use. It may be changed at will; from then on every look-up by
+    /// name walks it, since an index could not notice the changes.
     adjacency& graph();
 
     // Reading (ORDWELL/pettis_hansen_read.cpp).

@@ -1,9 +1,9 @@
 // A hash index for data that does not fit the processor's caches: from 32-bit hashes to numbers.
 //
 // What a number stands for, say an edge in an array, and so whether it is the wanted one, is known to the user of the
-// index alone. A look-up should wait for memory twice, for the index and for the thing itself. So a bucket is one cache
-// line: up to 12 numbers, each with a tag, 8 bits of its hash. Only where the tag fits is the thing looked at, in vain by
-// one look-up of thirty. What finds its bucket full goes into the next one, and the bucket is marked.
+// index alone. A look-up should wait for memory twice, for the index and for the thing itself. So a bucket is one
+// cache line: up to 12 numbers, each with a tag, 8 bits of its hash. Only where the tag fits is the thing looked at,
+// in vain by one look-up of thirty. What finds its bucket full goes into the next one, and the bucket is marked.
 //
 // There is room for 9 numbers a bucket on average; then one bucket of eight is full. That is 7 bytes a number, and the
 // number of buckets is any, so the index is found in the caches more often than a table of hashes and numbers.
@@ -25,7 +25,8 @@ public:
     /// Brings the bucket of `hash` into the cache.
     void prefetch(std::uint32_t hash) const { prefetch_line(&buckets_[home_of(hash)]); }
 
-    /// A number under `hash` for which `is_wanted(number)` holds, or no_index. It may be asked of numbers under others, too.
+    /// A number under `hash` for which `is_wanted(number)` holds, or no_index. It may be asked of numbers under
+    /// others, too.
     template <typename Predicate>
     std::uint32_t find(std::uint32_t hash, Predicate is_wanted) const {
         for (std::size_t i = home_of(hash);; i = next(i)) {
