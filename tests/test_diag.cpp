@@ -204,9 +204,7 @@ TEST_F(Diagnostics, CopiesComparesAndDumpsRecords) {
     advice.free_mem();
 }
 
-using DiagnosticsDeath = Diagnostics;
-
-TEST_F(DiagnosticsDeath, FatalRowsEndTheProcess) {
+TEST_F(Diagnostics, FatalRowsEndTheProcess) {
     EXPECT_EXIT(DIAG::raise<DIAG::owl_fatal_error_opening_outfile>("x", 1), testing::ExitedWithCode(1),
                 "^fatal error: Error opening output file\n$");
     EXPECT_EXIT(USER_MSG::get_umsg_obj()->fatal("f"), testing::ExitedWithCode(1), "^fatal error: f\n$");

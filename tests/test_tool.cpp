@@ -66,17 +66,13 @@ TEST(Tool, ReadsWeights) {
 }
 
 TEST(Tool, StopsAFileAtItsFirstBadRow) {
-    const std::string caller =
-        "error: Error reading caller function specification from a.csv, line 3;\n   remainder of "
-        "file ignored\n";
-    const std::string callee =
-        "error: Error reading callee function specification from a.csv, line 3;\n   remainder of "
-        "file ignored\n";
+    const std::string start = "error: Error reading ";
+    const std::string end = " function specification from a.csv, line 3;\n   remainder of file ignored\n";
     const std::string weight = "error: Error reading call frequency information from a.csv, line 3; remainder\n   of "
                                "file ignored\n";
     const std::pair<std::string, std::vector<std::string>> cases[] = {
-        {caller, {""}},
-        {callee, {"a", "a,", "\r"}},
+        {start + "caller" + end, {""}},
+        {start + "callee" + end, {"a", "a,", "\r"}},
         {weight, {"a,b", "a,b,", "a,b,x", "a,b,+-5", "a,b,- 5", "a,b,4294967296", "a,b,-4294967296", "a,b,\r"}},
     };
     for (const auto& [message, bad_rows] : cases) {
