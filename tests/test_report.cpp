@@ -255,6 +255,8 @@ TEST_F(SmallProgram, TellsWhetherTheOrderTook) {
     folder.write("few.csv", csv("first,second,3\nfirst,third,2\n")); // the third of five calls is a short one
     const json few = report("--calls=few.csv p")["binary"];
     EXPECT_LT(few["median_distance"].get<double>(), few["mean_distance"].get<double>());
+    folder.write("one.csv", csv("first,third,1\n"));
+    EXPECT_GT(report("--calls=one.csv p")["binary"]["median_distance"], 0);
     folder.write("order", order_of("first third"));
     EXPECT_EQ(report("--calls=calls.csv --order=order p")["order"]["foreign"], 1);
     EXPECT_EQ(folder.run("ordwell-report --calls=calls.csv --order=order --min-placed=100 p | head -n 1").out,
