@@ -187,7 +187,7 @@ TEST(Import, WritesAllOrNothing) {
     EXPECT_EQ(folder.run("{ echo before; ordwell-import --quiet -o/dev/stdout good; echo after; } >all; cat all").out,
               "before\n" + csv("a,b,1\n") + "after\n");
     EXPECT_EQ(
-        folder.run("mkfifo p; timeout 9 cat p & ordwell-import --quiet -op -- good; wait; test -p p && rm p; ls p").out,
+        folder.run("mkfifo p; timeout 9 cat p & ordwell-import --quiet -op good; wait; test -p p && rm p; ls p").out,
         csv("a,b,1\n"));
     EXPECT_EQ(folder.run("ls").out, "all\nbad\ngood\nlink\nmore\nout\n");
     const outcome full = folder.run("ordwell-import -o/dev/full good");
