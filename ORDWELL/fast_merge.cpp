@@ -119,6 +119,10 @@ private:
         edges_[number].order = edge::order_of(at.sequence, false);
         moved_[number] = at.moved;
     }
+    /// The side whose edges will be rewritten when an edge's ends are merged.
+    std::uint32_t smaller_side(const edge& e) const {
+        return groups_[e.end[0]].entries < groups_[e.end[1]].entries ? e.end[0] : e.end[1];
+    }
     queue_entry present(std::uint32_t number) const { return {edges_[number].weight, number, place_of(number)}; }
     std::int32_t next_time();
     template <typename Visit>
@@ -217,10 +221,7 @@ void merger::prefetch_upcoming() const {
             action(edges_[number]);
         }
     };
-    const auto smaller_side = [this](const edge& e) {
-        return groups_[e.end[0]].entries < groups_[e.end[1]].entries ? e.end[0] : e.end[1];
-    };
-    const auto with_smaller_sides_edges = [&](const edge& e, auto action) {
+    const auto with_smaller_sides_edges = [this](const edge& e, auto action) {
         const segment& stretch = groups_[smaller_side(e)].first;
         for (std::uint32_t i = stretch.begin; i < std::min(stretch.end, stretch.begin + most_edges); ++i) {
             action(incident_[i]);
@@ -266,15 +267,14 @@ void merger::merge(std::uint32_t number) {
     edge& joining = edges_[number];
     const std::uint32_t survivor = joining.first_end();
     const std::uint32_t removed = joining.end[1];
-    const bool keeps_survivor = groups_[survivor].entries >= groups_[removed].entries;
-    prefetch_line(incident_.data() + groups_[keeps_survivor ? removed : survivor].first.begin);
+    const std::uint32_t smaller = smaller_side(joining);
+    prefetch_line(incident_.data() + groups_[smaller].first.begin);
     links_.join(groups_[survivor].names, groups_[removed].names, {joining.weight, joining.sums[0], joining.sums[1]});
+    shift_ = coordinate_shift(groups_[smaller].names, groups_[joining.other_end(smaller)].names);
     joining.weight = 0;
-    if (keeps_survivor) {
-        shift_ = coordinate_shift(groups_[removed].names, groups_[survivor].names);
+    if (smaller == removed) {
         fold_removed(survivor, removed);
     } else {
-        shift_ = coordinate_shift(groups_[survivor].names, groups_[removed].names);
         groups_[removed].label = groups_[survivor].label;
         fold_survivor(survivor, removed);
     }
