@@ -41,10 +41,10 @@ target_link_libraries(ordwell_export PUBLIC ordwell_companion)
 add_executable(ordwell-export export/main.cpp)
 target_link_libraries(ordwell-export PRIVATE ordwell_export)
 
-set(page_header ${CMAKE_BINARY_DIR}/companions/report/page_html.h)
+set(page_header ${PROJECT_BINARY_DIR}/companions/report/page_html.h)
 add_custom_command(OUTPUT ${page_header}
-  COMMAND ${CMAKE_COMMAND} -D INPUT=${CMAKE_SOURCE_DIR}/report/page.html -D OUTPUT=${page_header} -D NAME=page_html
-          -P ${CMAKE_SOURCE_DIR}/cmake/embed.cmake
+  COMMAND ${CMAKE_COMMAND} -D INPUT=${PROJECT_SOURCE_DIR}/report/page.html -D OUTPUT=${page_header} -D NAME=page_html
+          -P ${PROJECT_SOURCE_DIR}/cmake/embed.cmake
   DEPENDS report/page.html cmake/embed.cmake
   VERBATIM)
 add_library(ordwell_report STATIC
@@ -55,7 +55,7 @@ add_library(ordwell_report STATIC
   report/text.cpp
   ${page_header})
 target_link_libraries(ordwell_report PUBLIC ordwell_companion nlohmann_json::nlohmann_json)
-target_include_directories(ordwell_report PRIVATE ${CMAKE_BINARY_DIR}/companions)
+target_include_directories(ordwell_report PRIVATE ${PROJECT_BINARY_DIR}/companions)
 
 add_executable(ordwell-report report/main.cpp)
 target_link_libraries(ordwell-report PRIVATE ordwell_report)
