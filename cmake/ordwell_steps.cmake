@@ -10,13 +10,13 @@ macro(ordwell_read_settings folder)
 endmacro()
 
 # Appends an argument to the CMake code of a command, whatever characters it has.
-function(ordwell_append_argument command argument)
-  set(${command} "${${command}} [====[${argument}]====]" PARENT_SCOPE)
+function(ordwell_append_argument code argument)
+  set(${code} "${${code}} [====[${argument}]====]" PARENT_SCOPE)
 endfunction()
 
-# Runs the command of this code; on failure the step ends with the message, after what the command said itself.
+# Runs the command of this code, which begins with COMMAND; on failure the step ends with the message, after what the command said itself.
 function(ordwell_run command message)
-  cmake_language(EVAL CODE "execute_process(COMMAND ${command} RESULT_VARIABLE status)")
+  cmake_language(EVAL CODE "execute_process(${command} RESULT_VARIABLE status)")
   if(NOT status EQUAL 0)
     message(FATAL_ERROR "${message}")
   endif()
