@@ -66,7 +66,7 @@ bool call_table::is_wanted_object(std::string_view object) {
     return is_last_wanted_;
 }
 
-call_table::function call_table::named(std::string_view name) {
+call_table::function call_table::named(std::string_view name, name_form /*form*/) {
     const std::uint32_t number = profile_names_->find_or_add(name);
     if (number == resolved_.size()) {
         resolved_.push_back(resolve(name));
@@ -74,7 +74,7 @@ call_table::function call_table::named(std::string_view name) {
     return resolved_[number];
 }
 
-call_table::function call_table::at(std::uint64_t address, std::string_view name) {
+call_table::function call_table::at(std::uint64_t address, std::string_view name, name_form /*form*/) {
     if (binary_ != nullptr) {
         const std::string_view found = binary_->at(address, symbol_of(name));
         if (!found.empty()) {
@@ -84,6 +84,8 @@ call_table::function call_table::at(std::uint64_t address, std::string_view name
     }
     return named(name);
 }
+
+void call_table::note_build_id(std::string_view /*build_id*/) {}
 
 call_table::function call_table::resolve(std::string_view name) {
     if (is_placeholder(name)) {
@@ -218,15 +220,13 @@ void call_table::write(output_file& out) const {
     const unsigned int divisor_bits = summarise().divisor_bits;
     out.write("\"caller\",\"callee\",\"weight\"\n");
     std::string line;
-    for (const pair& p : pairs_) {
-        if (is_row(p)) {
-            line = kept_names_.name(p.caller);
-            line += ',';
-            line += kept_names_.name(p.callee);
-            line += ',';
-            line += std::to_string(std::max<std::uint64_t>(p.count >> divisor_bits, 1));
-            line += '\n';
-            out.write(line);
-        }
-    }
+    visit_rows([&](const row& r) {
+        line = kept_names_.name(r.caller);
+        line += ',';
+        line += kept_names_.name(r.callee);
+        line += ',';
+        line += std::to_string(std::max<std::uint64_t>(r.count >> divisor_bits, 1));
+        line += '\n';
+        out.write(line);
+    });
 }

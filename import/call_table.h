@@ -32,6 +32,12 @@
 /// The last part of a path.
 std::string_view base_name(std::string_view path);
 
+/// What is known of the form of a profile's names.
+enum class name_form {
+    any,   ///< may be demangled
+    linker ///< the linker's own, even if it looks demangled
+};
+
 class call_table {
 public:
     /// The number of a kept function, or one of the three reasons why a function is not kept.
@@ -61,9 +67,13 @@ public:
     /// Whether an object that the profile names, by its path, is the wanted one.
     bool is_wanted_object(std::string_view object);
     /// A function of the wanted object by its name in the profile.
-    function named(std::string_view name);
-    /// The function at a link-time address of the wanted object; by its name where the binary has none there.
-    function at(std::uint64_t address, std::string_view name);
+    function named(std::string_view name, name_form form = name_form::any);
+    /// A function of the wanted object by a link-time address in it and its name in the profile, empty where it has none.
+    function at(std::uint64_t address, std::string_view name, name_form form = name_form::any);
+    /// Tells the build ID of the wanted object, in lower-case hexadecimal digits, that the profile was recorded with.
+    void note_build_id(std::string_view build_id);
+    /// Notes a line for the user, which is no reason to fail.
+    void tell(std::string text) { told_.push_back(std::move(text)); }
     /// Adds calls. Where only one of the functions is kept, it was executed.
     void add_call(function caller, function callee, std::uint64_t count);
     /// Notes that a function was executed, `count` times as far as is known.
@@ -101,6 +111,26 @@ public:
     bool is_empty() const;
     /// What will be written and what not.
     summary summarise() const;
+    /// A row of the CSV, whose count is not divided yet; a function that calls itself was only executed.
+    struct row {
+        function caller;
+        function callee;
+        std::uint64_t count;
+    };
+    /// Calls `visit(row)` for each row, in the order of the CSV.
+    template <typename Visit>
+    void visit_rows(Visit visit) const {
+        for (const pair& p : pairs_) {
+            if (is_row(p)) {
+                visit(row{p.caller, p.callee, p.count});
+            }
+        }
+    }
+    /// The name in the CSV of a function of a row, or of one that named() or at() gave since begin_profile(), once
+    /// end_profile() was called; empty when it is not kept.
+    std::string_view name_of(function f) const { return is_kept(f) ? kept_names_.name(f) : std::string_view(); }
+    /// What the user should hear of.
+    const std::vector<std::string>& told() const { return told_; }
     /// Writes the CSV.
     void write(output_file& out) const;
     /// Some of the objects that were not the wanted one.
@@ -128,6 +158,7 @@ private:
     std::string last_object_; ///< the last that was asked for, and the answer
     bool is_last_wanted_ = true;
     std::vector<std::string> other_objects_;
+    std::vector<std::string> told_;
 
     call_profile kept_names_;              ///< numbers the names of the CSV
     std::vector<kept_function> functions_; ///< by their numbers

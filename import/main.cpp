@@ -21,6 +21,7 @@ struct settings {
     std::string format;
     std::string binary;
     std::string object;
+    std::string event;
     std::string output;
     bool is_quiet = false;
     std::vector<std::string> profiles;
@@ -103,8 +104,14 @@ int import_profiles(const CLI::App& command_line, const settings& chosen) {
     call_table calls(binary.get(), object_names(chosen));
     for (const std::string& name : chosen.profiles) {
         profile_input profile(name, !chosen.is_quiet && isatty(STDERR_FILENO) != 0);
+        const profile_format& format = format_of(profile, chosen.format);
+        if (!chosen.event.empty() && !format.has_events) {
+            throw failure(profile.name(),
+                          std::string("the format ") + format.name + " has no events: leave --event out");
+        }
+        profile.set_event(chosen.event);
         calls.begin_profile();
-        format_of(profile, chosen.format).read(profile, calls);
+        format.read(profile, calls);
         calls.end_profile(profile.name());
     }
     if (calls.is_empty()) {
@@ -115,6 +122,9 @@ int import_profiles(const CLI::App& command_line, const settings& chosen) {
     calls.write(out);
     out.finish();
     if (!chosen.is_quiet) {
+        for (const std::string& line : calls.told()) {
+            say(command_line, line);
+        }
         report(command_line, done);
     }
     return 0;
@@ -136,6 +146,8 @@ int main(int argc, char** argv) {
     command_line.add_option("--binary", chosen.binary, "Keep only functions that this program defines")
         ->option_text("FILE");
     command_line.add_option("--object", chosen.object, "Keep only functions of the object of this base name")
+        ->option_text("NAME");
+    command_line.add_option("--event", chosen.event, "Take the samples of this event or type of value")
         ->option_text("NAME");
     command_line.add_option("-o,--output", chosen.output, "Write to this file instead of standard output")
         ->option_text("FILE");

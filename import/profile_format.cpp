@@ -11,7 +11,7 @@ constexpr std::array<profile_format, 6> formats = {{
     {"callgrind", is_callgrind, read_callgrind},
     {"pairs", is_pairs, read_pairs},
     {"stacks", is_stacks, read_stacks},
-    {"perf", is_perf, read_perf},
+    {"perf", is_perf, read_perf, true},
 }};
 
 } // namespace

@@ -15,6 +15,7 @@ struct profile_format {
     bool (*recognises)(std::string_view head);
     /// Enters the calls of a profile. Throws `failure` for one that does not keep to the format.
     void (*read)(profile_input& profile, call_table& calls);
+    bool has_events = false; ///< whether a profile may hold several events, of which --event takes one
 };
 
 /// All formats, in the order in which a profile is tried.

@@ -18,6 +18,9 @@ public:
 
     /// What messages call it.
     const std::string& name() const { return name_; }
+    /// The event to take, as --event names it; empty: none was asked for.
+    const std::string& event() const { return event_; }
+    void set_event(const std::string& event) { event_ = event; }
     /// The first bytes, up to the end of some line; all of a file without line feeds.
     std::string_view head() const { return rest_; }
 
@@ -42,6 +45,7 @@ private:
     void show_progress();
 
     std::string name_;
+    std::string event_;
     line_blocks blocks_;
     std::string_view rest_; ///< of the current block
     std::size_t line_number_ = 0;
