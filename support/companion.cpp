@@ -2,8 +2,10 @@
 
 #include "support/failure.h"
 
+#include <algorithm>
 #include <cstdio>
-#include <cstdlib>
+#include <span>
+#include <utility>
 
 void prepare_command_line(CLI::App& command_line, const std::string& program) {
     command_line.name(program);
@@ -12,16 +14,72 @@ void prepare_command_line(CLI::App& command_line, const std::string& program) {
     command_line.get_formatter()->column_width(34);
 }
 
+namespace {
+
+// The command line's words without the program's name. "-o=FILE" becomes "-oFILE", as ordwell takes it; the parser would
+// take "=FILE" for the name.
+std::vector<std::string> words_of(int argc, char** argv) {
+    std::vector<std::string> words(argv + 1, argv + argc);
+    for (std::string& word : words) {
+        if (word == "--") {
+            break;
+        }
+        if (word.size() > 3 && word[0] == '-' && word[1] != '-' && word[2] == '=') {
+            word.erase(2, 1);
+        }
+    }
+    return words;
+}
+
+// The option that ends in an equals sign, as a build script leaves it whose variable is empty; empty when there is none. The
+// parser would take the next word for its value.
+std::string option_without_value(std::span<const std::string> words) {
+    for (const std::string& word : words) {
+        if (word == "--") {
+            break;
+        }
+        if (word.starts_with('-') && word.size() > 2 && word.find('=') == word.size() - 1) {
+            return word.substr(0, word.size() - 1);
+        }
+    }
+    return {};
+}
+
+// The option or argument that has an empty value among its values; empty when there is none.
+std::string option_with_empty_value(const CLI::App& command_line) {
+    for (const CLI::Option* const option : command_line.get_options()) {
+        const std::vector<std::string>& values = option->results();
+        if (std::find(values.begin(), values.end(), "") != values.end()) {
+            return option->get_name();
+        }
+    }
+    return {};
+}
+
+} // namespace
+
 int run_companion(CLI::App& command_line, int argc, char** argv, const std::function<int()>& work) {
+    const auto refuse = [&](const std::string& text) {
+        say(command_line, text);
+        say(command_line, "try " + command_line.get_name() + " --help");
+        return 2;
+    };
+    std::vector<std::string> words = words_of(argc, argv);
+    std::string empty = option_without_value(words);
     try {
-        command_line.parse(argc, argv);
+        if (empty.empty()) {
+            std::reverse(words.begin(), words.end()); // as the parser wants them
+            command_line.parse(std::move(words));
+            empty = option_with_empty_value(command_line);
+        }
     } catch (const CLI::ParseError& error) {
         if (error.get_exit_code() == 0) { // --help or --version
             return command_line.exit(error);
         }
-        say(command_line, error.what());
-        say(command_line, "try " + command_line.get_name() + " --help");
-        return 2;
+        return refuse(error.what());
+    }
+    if (!empty.empty()) {
+        return refuse(empty + " is empty");
     }
     try {
         return work();

@@ -2,10 +2,13 @@
 
 #include "support/failure.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <optional>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
@@ -29,6 +32,28 @@ bool is_special(const std::string& name) {
     return folder.starts_with("/dev/") || folder.starts_with("/proc/");
 }
 
+// The file itself, whatever path leads to it: its device and its number there; nothing for what is no regular file, which
+// several may write to.
+std::optional<std::pair<dev_t, ino_t>> identity(const std::string& name, int standard_stream) {
+    struct stat properties {};
+    const bool exists = (name == "-" ? fstat(standard_stream, &properties) : stat(name.c_str(), &properties)) == 0;
+    if (!exists || !S_ISREG(properties.st_mode)) {
+        return std::nullopt;
+    }
+    return std::pair(properties.st_dev, properties.st_ino);
+}
+
+// Where a file that is not there yet will be made, its folder without links; empty for a file that exists.
+std::string future_path(const std::string& name) {
+    struct stat properties {};
+    if (name == "-" || stat(name.c_str(), &properties) == 0) {
+        return {};
+    }
+    const std::size_t slash = name.rfind('/');
+    const std::size_t start = slash == std::string::npos ? 0 : slash + 1;
+    return resolved(start == 0 ? "." : name.substr(0, start)) + "/" + name.substr(start);
+}
+
 } // namespace
 
 output_file::output_file(const std::string& name) : name_(name) {
@@ -49,6 +74,7 @@ output_file::output_file(const std::string& name) : name_(name) {
     if (exists && access(name.c_str(), W_OK) != 0) { // renaming would get round the protection
         fail("cannot be opened for writing");
     }
+    had_target_ = exists;
     target_ = resolved(name);
     temporary_ = target_ + ".XXXXXX";
     file_ = mkostemp(temporary_.data(), O_CLOEXEC);
@@ -88,16 +114,89 @@ void output_file::flush() {
     pending_.clear();
 }
 
-void output_file::finish() {
+void output_file::close_file() {
     flush();
     const int file = std::exchange(file_, -1);
     if (file > STDERR_FILENO && close(file) != 0) {
         fail("cannot be written");
     }
-    if (!temporary_.empty() && rename(temporary_.c_str(), target_.c_str()) != 0) {
+}
+
+// Exchanges the names of the two files where the file system can, so that the earlier one is still there to be put back.
+void output_file::put_in_place() {
+    if (temporary_.empty()) {
+        return;
+    }
+    has_earlier_ = renameat2(AT_FDCWD, temporary_.c_str(), AT_FDCWD, target_.c_str(), RENAME_EXCHANGE) == 0;
+    if (!has_earlier_ && rename(temporary_.c_str(), target_.c_str()) != 0) {
         fail("cannot be replaced");
     }
-    temporary_.clear();
+    is_in_place_ = true;
+}
+
+// Undoes put_in_place(). Where names could not be exchanged and a file stood there, there is nothing to go back to.
+void output_file::take_back() {
+    if (is_in_place_ && has_earlier_) {
+        static_cast<void>(rename(temporary_.c_str(), target_.c_str()));
+        temporary_.clear();
+    } else if (is_in_place_ && !had_target_) {
+        unlink(target_.c_str());
+    }
+    is_in_place_ = false;
+}
+
+void output_file::finish() {
+    finish_together({this});
+}
+
+void finish_together(std::span<output_file* const> files) {
+    const auto for_each = [&](bool (*is_meant)(const output_file&), void (output_file::*step)()) {
+        for (output_file* const file : files) {
+            if (is_meant(*file)) {
+                (file->*step)();
+            }
+        }
+    };
+    const auto is_regular = [](const output_file& file) { return !file.target_.empty(); };
+    const auto is_standard = [](const output_file& file) { return file.file_ == STDOUT_FILENO; };
+    const auto is_other = [](const output_file& file) { return file.target_.empty() && file.file_ != STDOUT_FILENO; };
+    for_each(is_regular, &output_file::close_file);
+    for_each(is_other, &output_file::close_file);
+    try {
+        for_each(is_regular, &output_file::put_in_place);
+    } catch (const failure&) {
+        for_each(is_regular, &output_file::take_back);
+        throw;
+    }
+    for_each(is_standard, &output_file::close_file);
+}
+
+bool is_same_output(const std::string& output, const std::string& other_output) {
+    const std::string path = future_path(output);
+    const auto file = identity(output, STDOUT_FILENO);
+    return path.empty() ? file.has_value() && file == identity(other_output, STDOUT_FILENO)
+                        : path == future_path(other_output);
+}
+
+bool is_output_of_input(const std::string& output, const std::string& input) {
+    const auto file = identity(output, STDOUT_FILENO);
+    return file.has_value() && file == identity(input, STDIN_FILENO);
+}
+
+void check_outputs(const std::vector<std::string>& outputs, const std::vector<std::string>& inputs) {
+    for (auto output = outputs.begin(); output != outputs.end(); ++output) {
+        const auto is_it = [&](const std::string& other) { return !other.empty() && is_same_output(*output, other); };
+        const auto is_read = [&](const std::string& input) { return is_output_of_input(*output, input); };
+        if (output->empty()) {
+            continue;
+        }
+        if (std::any_of(inputs.begin(), inputs.end(), is_read)) {
+            throw failure(*output, "is an input as well: write to another file");
+        }
+        if (std::any_of(output + 1, outputs.end(), is_it)) {
+            throw failure(*output, "is named for two outputs: give each a file of its own");
+        }
+    }
 }
 
 void output_file::fail(const char* what) const {

@@ -1,0 +1,70 @@
+// What the companions share: files that appear together, outputs that are inputs, empty values.
+#include "support/failure.h"
+#include "support/output_file.h"
+#include "tests/run_tool.h"
+
+#include <gtest/gtest.h>
+
+#include <unistd.h>
+
+namespace {
+
+TEST(OutputFiles, AppearTogetherOrNotAtAll) {
+    const scratch_folder folder;
+    folder.run("mkdir gone; echo old >kept; echo old >replaced; chmod 604 replaced; ln -s replaced link");
+    {
+        output_file kept(folder.path("kept"));
+        output_file fresh(folder.path("fresh"));
+        output_file lost(folder.path("gone/lost"));
+        for (output_file* const file : {&kept, &fresh, &lost}) {
+            file->write("new\n");
+        }
+        folder.run("rm -r gone");
+        EXPECT_THROW(finish_together({&kept, &fresh, &lost}), failure);
+    }
+    {
+        output_file link(folder.path("link"));
+        output_file other(folder.path("other"));
+        link.write("new\n");
+        finish_together({&link, &other});
+    }
+    EXPECT_EQ(folder.run("ls; cat kept replaced other; stat -c %a replaced; readlink link").out,
+              "kept\nlink\nother\nreplaced\nold\nnew\n604\nreplaced\n");
+}
+
+TEST(OutputFiles, AreNeitherInputsNorEachOther) {
+    const scratch_folder folder;
+    folder.run("echo >a; ln a hard; ln -s a soft; mkdir d; ln -s ../new d/new; ln -s . here");
+    const auto refuses = [&](const char* output, const char* second_output, const char* input) {
+        const auto path = [&](const std::string& name) {
+            return name.empty() || name.starts_with("/") || name == "-" ? name : folder.path(name);
+        };
+        try {
+            check_outputs({path(output), path(second_output)}, {path(input)});
+        } catch (const failure&) {
+            return true;
+        }
+        return false;
+    };
+    for (const char* const name : {"a", "hard", "soft", "d/../a", "here/a"}) {
+        EXPECT_TRUE(refuses(name, "", "a") && refuses("a", "", name) && refuses("x", name, "a")) << name;
+        EXPECT_TRUE(refuses("a", name, "")) << name;
+    }
+    EXPECT_TRUE(refuses("new", "here/new", ""));
+    EXPECT_FALSE(refuses("new", "d/../old", "a") || refuses("", "", "") ||
+                 refuses("/dev/null", "/dev/null", "/dev/null"));
+}
+
+TEST(CommandLine, RefusesEmptyValues) {
+    const scratch_folder folder;
+    folder.write("a", order_of("f"));
+    for (const char* const words :
+         {"--linker= lld a", "--linker=lld -o '' a", "--linker=lld -o= a a", "--linker=lld ''"}) {
+        const outcome refused = folder.run(std::string("ordwell-export ") + words);
+        EXPECT_EQ(refused.status, 2) << words;
+        EXPECT_NE(refused.err.find(" is empty\n"), std::string::npos) << words << refused.err;
+    }
+    EXPECT_EQ(folder.run("ordwell-export --quiet --linker=lld -o=b a && ls").out, "a\nb\n");
+}
+
+} // namespace
