@@ -328,6 +328,12 @@ function(_ordwell_find_linker target)
   if(is_on)
     set(is_lto TRUE)
   endif()
+  if(is_lto AND CMAKE_${language}_COMPILER_ID STREQUAL "GNU" AND found STREQUAL "lld")
+    if(is_on OR NOT flags MATCHES "-ffat-lto-objects")
+      _ordwell_fail("lld cannot read what gcc writes for link-time optimisation: choose LINKER gold or ld")
+    endif()
+    set(is_lto FALSE) # lld links the machine code beside it
+  endif()
   set(is_lto ${is_lto} PARENT_SCOPE)
 endfunction()
 
@@ -478,8 +484,13 @@ function(_ordwell_add_targets target)
   string(REGEX REPLACE "^ \\[====\\[${target}\\]====\\]" " [====[$<TARGET_FILE:${target}>]====]" train "${train}")
   string(REPLACE "$<TARGET_FILE:${target}>" "${plain}" train "${train}")
   string(REPLACE "$<TARGET_FILE_DIR:${target}>" "${state}/plain" train "${train}")
-  if(train MATCHES "^ \\[====\\[([^]]+)\\]====\\]" AND TARGET "${CMAKE_MATCH_1}")
-    string(REPLACE " [====[${CMAKE_MATCH_1}]====]" " [====[$<TARGET_FILE:${CMAKE_MATCH_1}>]====]" train "${train}")
+  if(train MATCHES "^ \\[====\\[([^]]+)\\]====\\]") # the command is another target
+    set(program "${CMAKE_MATCH_1}")
+    if(TARGET "${program}")
+      string(LENGTH " [====[${program}]====]" length)
+      string(SUBSTRING "${train}" ${length} -1 train)
+      string(PREPEND train " [====[$<TARGET_FILE:${program}>]====]")
+    endif()
   endif()
   cmake_language(EVAL CODE "
     add_custom_target(${target}-profile USES_TERMINAL VERBATIM
