@@ -19,8 +19,8 @@ std::int32_t DIAGNOSTIC::max_errors_m = 100;
 int DIAGNOSTIC::indent_m = 0;
 int DIAGNOSTIC::wrap_indent_m = 3;
 int DIAGNOSTIC::diag_cols_m = 79;
-std::stack<bool> DIAGNOSTIC::debug_mode_stack_m;
-std::stack<int> DIAGNOSTIC::indent_stack_m;
+std::stack<bool>& DIAGNOSTIC::debug_mode_stack_m = *new std::stack<bool>;
+std::stack<int>& DIAGNOSTIC::indent_stack_m = *new std::stack<int>;
 FILE* DIAGNOSTIC::fp_m = nullptr;
 std::int32_t DIAGNOSTIC::error_count_m = 0;
 

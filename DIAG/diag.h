@@ -172,24 +172,25 @@ public:
 
     // Settings of all diagnostics.
 
-    static bool display_code_m;                 ///< show the code in every header
-    static bool display_ipos_m;                 ///< show the raising source position in every header
-    static bool wrap_headers_m;                 ///< let headers wrap as message text does
-    static bool wrap_enabled_m;                 ///< wrap message text
-    static bool verbose_m;                      ///< echo the user's source line after each diagnostic
-    static bool advice_m;                       ///< show advice
-    static bool debug_m;                        ///< show debug diagnostics
-    static bool remarks_m;                      ///< show remarks
-    static bool warnings_m;                     ///< show warnings
-    static bool debug_mode_m;                   ///< count no errors, end no process
-    static std::int32_t max_errors_m;           ///< the error limit
-    static int indent_m;                        ///< blanks before every header and continuation line
-    static int wrap_indent_m;                   ///< further blanks before continuation lines
-    static int diag_cols_m;                     ///< columns of a line; above indent_m + wrap_indent_m
-    static std::stack<bool> debug_mode_stack_m; ///< saved values of debug_mode_m
-    static std::stack<int> indent_stack_m;      ///< saved values of indent_m
-    static FILE* fp_m;                          ///< stream for all diagnostics; null: by severity
-    static std::int32_t error_count_m;          ///< errors and fatal errors so far
+    static bool display_code_m;       ///< show the code in every header
+    static bool display_ipos_m;       ///< show the raising source position in every header
+    static bool wrap_headers_m;       ///< let headers wrap as message text does
+    static bool wrap_enabled_m;       ///< wrap message text
+    static bool verbose_m;            ///< echo the user's source line after each diagnostic
+    static bool advice_m;             ///< show advice
+    static bool debug_m;              ///< show debug diagnostics
+    static bool remarks_m;            ///< show remarks
+    static bool warnings_m;           ///< show warnings
+    static bool debug_mode_m;         ///< count no errors, end no process
+    static std::int32_t max_errors_m; ///< the error limit
+    static int indent_m;              ///< blanks before every header and continuation line
+    static int wrap_indent_m;         ///< further blanks before continuation lines
+    static int diag_cols_m;           ///< columns of a line; above indent_m + wrap_indent_m
+    static std::stack<bool>&
+        debug_mode_stack_m;                 ///< saved values of debug_mode_m; never destroyed, for late diagnostics
+    static std::stack<int>& indent_stack_m; ///< saved values of indent_m; never destroyed
+    static FILE* fp_m;                      ///< stream for all diagnostics; null: by severity
+    static std::int32_t error_count_m;      ///< errors and fatal errors so far
 
 protected:
     DIAG_INFO* info; ///< never null, not owned

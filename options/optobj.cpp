@@ -283,7 +283,9 @@ void option_obj::add_to_history(option_id id) {
 }
 
 void option_obj::clear_history(option_id id) {
-    history.remove_if([id](const auto& entry) { return entry.first == id; });
+    if (is_option(id)) { // what addfileopt() noted stays
+        history.remove_if([id](const auto& entry) { return entry.first == id; });
+    }
 }
 
 void option_obj::do_conflicts(option_id id) {

@@ -101,6 +101,36 @@ TEST_F(Diagnostics, BuildsHeaders) {
               "here:7:warning #22200: Missing outfile name in command-line. Defaulting to o\n");
 }
 
+/// Raises diagnostics when nearly all static objects are gone, for it was the first to be made.
+struct last_word {
+    bool is_asked = false;
+    ~last_word() {
+        if (is_asked) {
+            DIAGNOSTIC::push_indent(1);
+            DIAGNOSTIC::push_debug_mode(true);
+            DIAG::raise<DIAG::owl_bad_csv_file_header>("here", 7, "a");
+            DIAGNOSTIC::pop_debug_mode();
+            DIAGNOSTIC::pop_indent();
+        }
+    }
+};
+[[gnu::init_priority(101)]] last_word at_the_end;
+
+TEST_F(Diagnostics, OutliveStaticObjects) {
+    EXPECT_EXIT((DIAGNOSTIC::push_indent(2), at_the_end.is_asked = true, std::exit(3)), testing::ExitedWithCode(3),
+                "^ error: Invalid CSV input file header line encountered in a; file ignored\n$");
+}
+
+TEST_F(Diagnostics, CompleteALineBeforeTheNextHeader) {
+    DIAG::owl_warn_missing_outfile_name warning(DIAG::owl_warn_missing_outfile_name::row(), "here", 7, "o");
+    EXPECT_EQ(text_of([&] {
+                  warning.print_header();
+                  warning.print_header();
+                  warning.flush();
+              }),
+              "warning: \nwarning: \n");
+}
+
 TEST_F(Diagnostics, ShowsUserPositions) {
     const scratch_folder folder;
     const std::string path = folder.path("source");
