@@ -4,22 +4,30 @@
 // most merges of a call graph one and the same group takes in a small one: the *giant*, a group with about the most
 // edges. (Of 100,000 functions three quarters go that way, of a real program's 2,600 nine tenths.) So the giant's
 // edges stand in an array by the group at their other end, 4 bytes a group, which the caches hold; only other pairs
-// are looked up by hash. When another group has twice the giant's edges, it becomes the giant.
+// are looked up by hash. When another group has twice the giant's edges, or takes it in, it becomes the giant.
+//
+// What a change of the giant costs. Entries of the former giant's edges are removed, and those of the new one made,
+// edge by edge: the array is never cleared as a whole, for on a path every merge may change the giant, which has two
+// edges then. A giant that is taken in has at least a fourth of the other's edges, all of which are about to be
+// rewritten anyway; otherwise the number of the giant's edges doubles. So all changes together cost a small multiple
+// of what is rewritten.
 #pragma once
 
 #include "ORDWELL/call_profile.h"
 #include "support/huge_pages.h"
 #include "support/prefetch.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
+#include <span>
 #include <utility>
 
 /// An edge between two groups.
 struct edge {
     std::array<std::uint32_t, 2> end;  ///< groups, the first end first
     std::uint32_t weight;              ///< 0: the edge is gone, into another edge or inside a chain
-    std::uint32_t order;               ///< 31 bits of the sequence number, one that says whether it follows
+    std::uint32_t order;               ///< says where its place is: see ORDWELL/fast_merge_places.h
     std::array<std::uint64_t, 2> sums; ///< at each end, the sum of weight x coordinate, modulo 2^64
 
     unsigned int side_of(std::uint32_t group) const { return end[1] == group ? 1 : 0; }
@@ -31,19 +39,25 @@ struct edge {
             std::swap(sums[0], sums[1]);
         }
     }
-    /// The sequence number of its place.
-    std::int32_t sequence() const { return static_cast<std::int32_t>(order) >> 1; }
-    /// Whether the edge follows its first end.
-    bool follows() const { return (order & 1U) != 0; }
-    static std::uint32_t order_of(std::int32_t sequence, bool follows) {
-        return static_cast<std::uint32_t>(sequence) << 1U | (follows ? 1U : 0U);
-    }
-    bool is_stray_of(std::uint32_t group) const { return !follows() || first_end() != group; }
 };
 static_assert(sizeof(edge) == 32);
 
-/// Times and sequence numbers stay between the negative of this and this.
-constexpr std::int32_t order_limit = 1 << 30;
+/// Visits those of some edges that are not gone.
+template <typename Visit>
+void visit_live(const huge_vector<edge>& edges, std::span<const std::uint32_t> numbers, Visit visit) {
+    constexpr std::size_t distance = 24; // edges between prefetch and use
+    for (const std::uint32_t number : numbers.first(std::min(distance, numbers.size()))) {
+        prefetch_line(&edges[number]);
+    }
+    for (std::size_t i = 0; i < numbers.size(); ++i) {
+        if (i + distance < numbers.size()) {
+            prefetch_line(&edges[numbers[i + distance]]);
+        }
+        if (const edge& e = edges[numbers[i]]; e.weight != 0) {
+            visit(numbers[i], e);
+        }
+    }
+}
 
 /// From pairs of groups to edges.
 class edges_by_pair {
@@ -94,6 +108,7 @@ public:
 
     /// Adds an edge between two groups that had none.
     void insert(std::uint32_t number, std::uint32_t kept, std::uint32_t neighbour, std::uint32_t pair_hash) {
+        ++work_;
         if (kept == giant_ || neighbour == giant_) {
             of_giant_[kept == giant_ ? neighbour : kept] = number;
         } else {
@@ -101,8 +116,14 @@ public:
         }
     }
 
-    /// Makes a group the giant and gives the former one, or no_index. The edges of both are then to be inserted.
-    std::uint32_t set_giant(std::uint32_t group);
+    /// Makes the giant, whose edges these are, a group like others. With `ends` it is about to be part of another
+    /// one, and its edges are not looked up before they are rewritten.
+    void unset_giant(std::span<const std::uint32_t> numbers, bool ends);
+    /// Makes a group, whose edges these are, the giant, where there is none.
+    void set_giant(std::uint32_t group, std::span<const std::uint32_t> numbers);
+
+    /// How many entries have been written since the start.
+    std::uint64_t work() const { return work_; }
 
 private:
     void insert_hashed(std::uint32_t number, std::uint32_t pair_hash);
@@ -110,6 +131,7 @@ private:
     const huge_vector<edge>& edges_;
     hash_index hashed_; ///< without the giant's edges; what it has of former groups is useless
     std::uint32_t giant_ = no_index;
-    huge_vector<std::uint32_t>
-        of_giant_; ///< by group: its edge to the giant, or no_index; for former groups meaningless
+    /// By group: its edge to the giant, or no_index; for former groups meaningless.
+    huge_vector<std::uint32_t> of_giant_;
+    std::uint64_t work_ = 0;
 };

@@ -22,7 +22,7 @@
 #include <utility>
 #include <vector>
 
-/// A place in creation order; smaller is older. See ORDWELL/fast_merge.cpp.
+/// A place in creation order; smaller is older. See ORDWELL/fast_merge_places.h.
 struct place {
     std::int32_t moved;    ///< when the edge was created or last moved to the back
     std::int32_t sequence; ///< its order among edges that moved at the same time
@@ -62,6 +62,7 @@ public:
     /// `present_place()`, where it is now, is asked only if need be.
     template <typename PresentPlace>
     bool add(std::uint32_t number, std::uint32_t weight, PresentPlace present_place) {
+        ++work_;
         const std::size_t bucket = bucket_of(weight);
         if (bucket < open_bucket_) {
             added_[bucket].push_back(number);
@@ -91,11 +92,15 @@ public:
                 return true;
             }
             if (now.weight == next.weight) {
+                ++work_;
                 heap_.push(now); // it moved back
             }
         }
         return false;
     }
+
+    /// How many entries have been written since the start.
+    std::uint64_t work() const { return work_; }
 
     /// Whether taking the last edge changed what upcoming() says.
     bool has_advanced() const { return has_advanced_; }
@@ -136,6 +141,7 @@ private:
                 }
             }
             std::sort(run_.begin(), run_.end());
+            work_ += run_.size();
         }
         return !run_.empty();
     }
@@ -147,4 +153,5 @@ private:
     std::vector<queue_entry> run_;                  ///< what is left of it, the next edge at the back
     std::priority_queue<queue_entry> heap_;         ///< added since, and not of a lower bucket
     bool has_advanced_ = false;
+    std::uint64_t work_ = 0;
 };

@@ -15,37 +15,17 @@
 // As in a real profile, the rows stand grouped by caller. The same arguments give the same bytes on
 // every machine: the generator uses no library distribution, whose results differ between libraries.
 
+#include "bench/random_source.h"
+
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string>
-#include <utility>
 #include <vector>
 
 namespace {
-
-// SplitMix64 (G. Steele, D. Lea, C. Flood, "Fast splittable pseudorandom number generators", 2014).
-class random_source {
-public:
-    explicit random_source(std::uint64_t seed) : state_(seed) {}
-
-    std::uint64_t next() {
-        std::uint64_t z = (state_ += 0x9e3779b97f4a7c15U);
-        z = (z ^ (z >> 30U)) * 0xbf58476d1ce4e5b9U;
-        z = (z ^ (z >> 27U)) * 0x94d049bb133111ebU;
-        return z ^ (z >> 31U);
-    }
-
-    std::uint64_t below(std::uint64_t bound) { return next() % bound; }
-
-    /// A real number in (0, 1].
-    double unit() { return static_cast<double>((next() >> 11U) + 1) / 9007199254740992.0; }
-
-private:
-    std::uint64_t state_;
-};
 
 constexpr std::uint64_t functions_per_module = 200;
 
@@ -107,13 +87,6 @@ std::vector<call> make_calls(std::uint64_t functions, std::uint64_t rows) {
     return calls;
 }
 
-void shuffle(std::vector<call>& calls) {
-    random_source random(2);
-    for (std::size_t left = calls.size(); left > 1; --left) {
-        std::swap(calls[left - 1], calls[random.below(left)]);
-    }
-}
-
 void write_calls(std::uint64_t functions, const std::vector<call>& calls, const std::string& form) {
     std::uint64_t last = UINT64_MAX;       // the caller of the call before
     std::vector<bool> is_known(functions); // whether callgrind's number of the function is defined
@@ -173,7 +146,8 @@ int main(int argc, char** argv) {
     } else {
         std::vector<call> calls = make_calls(functions, rows);
         if (form == "shuffled") {
-            shuffle(calls);
+            random_source random(2);
+            shuffle(calls, random);
         }
         write_calls(functions, calls, form);
     }

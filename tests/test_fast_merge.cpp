@@ -1,11 +1,16 @@
 // Fast merging against the step-by-step reference, on random graphs of many shapes. A graph on which the two differ is
 // printed as an input file.
+#include "ORDWELL/call_profile.h"
 #include "ORDWELL/pettis_hansen.h"
+#include "bench/random_source.h"
+#include "bench/shapes.h"
 #include "tests/run_tool.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
+#include <cstdlib>
 #include <functional>
 #include <numeric>
 #include <random>
@@ -152,6 +157,58 @@ TEST(FastMerge, EqualsStepwiseMergingOnRandomGraphs) {
     for (unsigned int seed = 0; seed < graphs; ++seed) {
         const rows calls = random_calls(seed);
         ASSERT_TRUE(state_after(calls, true) == state_after(calls, false)) << "seed " << seed << "\n" << rows_of(calls);
+    }
+}
+
+// Graphs of the regular shapes, half of them with rows left out, half with some between any two functions.
+// ORDWELL_GRAPHS says how many of each combination; 1000 / 12 make a thousand of every shape and order.
+TEST(FastMerge, EqualsStepwiseMergingOnEveryShape) {
+    const char* const wanted = std::getenv("ORDWELL_GRAPHS");
+    const int graphs = wanted != nullptr ? std::atoi(wanted) : 3;
+    std::uint64_t seed = 0;
+    for (const call_shape& shape : call_shape::all()) {
+        for (int graph = 0; graph < graphs; ++graph) {
+            random_source random(++seed);
+            const std::uint64_t kept = random.below(2) == 0 ? 10 : 6 + random.below(4); // of ten rows
+            const auto size = static_cast<std::uint32_t>(2 + random.below(48));
+            rows calls;
+            for (const shape_call& c : shape.calls(size, seed)) {
+                if (random.below(10) < kept) {
+                    calls.push_back({c.caller, c.callee, c.count});
+                }
+            }
+            for (std::uint64_t more = random.below(2) * random.below(10); more > 0 && !calls.empty(); --more) {
+                calls.push_back({calls[random.below(calls.size())].callee, calls[random.below(calls.size())].caller,
+                                 calls[random.below(calls.size())].weight});
+            }
+            ASSERT_TRUE(state_after(calls, true) == state_after(calls, false))
+                << shape.name() << ", seed " << seed << "\n"
+                << rows_of(calls);
+        }
+    }
+}
+
+// Every edge is listed at two groups, and where all merges join equals, a list is looked at and rewritten log2(functions)
+// times: so 2 x edges x log2(functions) entries. The other work goes with the edges rewritten, which that many are only
+// if all of them are left each time; what the shapes need is less than half of it. Work that grows with the square of
+// the edges is some thousand times as much.
+TEST(FastMerge, WorkStaysInProportionOnEveryShape) {
+#ifdef ORDWELL_SANITIZED
+    constexpr std::uint32_t size = 2000;
+#else
+    constexpr std::uint32_t size = 20000;
+#endif
+    for (const call_shape& shape : call_shape::all()) {
+        call_profile profile;
+        for (const shape_call& c : shape.calls(size)) {
+            const std::uint32_t caller = profile.find_or_add(std::to_string(c.caller));
+            profile.add_edge(caller, profile.find_or_add(std::to_string(c.callee)), c.count);
+        }
+        merge_work work{};
+        merge_fast(profile, &work);
+        EXPECT_LT(static_cast<double>(work.incidences + work.pairs + work.places + work.queued),
+                  2.0 * static_cast<double>(profile.edges().size()) * std::log2(profile.function_count()))
+            << shape.name();
     }
 }
 
