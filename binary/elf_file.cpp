@@ -1,6 +1,7 @@
 #include "binary/elf_file.h"
 
 #include "support/failure.h"
+#include "support/memory.h"
 
 #include <cerrno>
 #include <cstring>
@@ -23,7 +24,15 @@ struct elf_closer {
 };
 using elf_handle = std::unique_ptr<Elf, elf_closer>;
 
+// Ends the process if what libelf could not give is so for want of memory: else symbols would go missing in silence.
+void check_memory() {
+    if (errno == ENOMEM) {
+        out_of_memory();
+    }
+}
+
 std::string libelf_error() {
+    check_memory();
     const char* const text = elf_errmsg(-1);
     return text == nullptr ? "damaged" : text;
 }
@@ -48,9 +57,13 @@ void visit_members(Elf* elf, int file, const std::string& label, const std::func
     for (Elf_Cmd command = file < 0 ? ELF_C_READ_MMAP : ELF_C_READ; command != ELF_C_NULL;) {
         const elf_handle member(elf_begin(file, command, elf));
         if (member == nullptr) {
+            check_memory();
             return;
         }
         const Elf_Arhdr* const header = elf_getarhdr(member.get());
+        if (header == nullptr) {
+            check_memory();
+        }
         const std::string name = header == nullptr || header->ar_name == nullptr ? "?" : header->ar_name;
         if (elf_kind(member.get()) == ELF_K_ELF) {
             visit(elf_object(member.get(), label + "(" + name + ")"));
@@ -130,6 +143,9 @@ std::string_view elf_object::section_name(std::uint32_t section) const {
         return {};
     }
     const char* const name = elf_strptr(elf_, section_names_, properties.sh_name);
+    if (name == nullptr) {
+        check_memory();
+    }
     return name == nullptr ? std::string_view() : name;
 }
 

@@ -29,6 +29,7 @@ add_executable(ordwell-import import/main.cpp)
 target_link_libraries(ordwell-import PRIVATE ordwell_import)
 
 add_library(ordwell_export STATIC
+  export/bolt.cpp
   export/coff.cpp
   export/gold.cpp
   export/ld.cpp
@@ -36,7 +37,7 @@ add_library(ordwell_export STATIC
   export/lld.cpp
   export/macho.cpp
   export/sections.cpp)
-target_link_libraries(ordwell_export PUBLIC ordwell_companion)
+target_link_libraries(ordwell_export PUBLIC ordwell_companion iberty)
 
 add_executable(ordwell-export export/main.cpp)
 target_link_libraries(ordwell-export PRIVATE ordwell_export)

@@ -10,4 +10,4 @@ std::optional<std::string> coff_line(std::string_view symbol) {
 
 } // namespace
 
-const linker_format coff_format = {"coff", false, "", "", coff_line, "/order:@", false, ""};
+const linker_format coff_format = {"coff", false, true, "", "", coff_line, "link with ", "/order:@", false, ""};

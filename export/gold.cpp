@@ -23,4 +23,5 @@ std::optional<std::string> gold_line(std::string_view section) {
 
 } // namespace
 
-const linker_format gold_format = {"gold", true, "", "", gold_line, "--section-ordering-file=", true, "-fuse-ld=gold "};
+const linker_format gold_format = {
+    "gold", true, true, "", "", gold_line, "link with ", "--section-ordering-file=", true, "-fuse-ld=gold "};

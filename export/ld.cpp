@@ -34,4 +34,5 @@ std::optional<std::string> ld_line(std::string_view section) {
 } // namespace
 
 const linker_format ld_format = {
-    "ld", true, "SECTIONS\n{\n  .text.ordered :\n  {\n", "  }\n}\nINSERT BEFORE .text;\n", ld_line, "-T,", true, ""};
+    "ld",  true, true, "SECTIONS\n{\n  .text.ordered :\n  {\n", "  }\n}\nINSERT BEFORE .text;\n", ld_line, "link with ",
+    "-T,", true, ""};

@@ -4,7 +4,7 @@
 
 namespace {
 
-constexpr std::array formats = {&lld_format, &gold_format, &ld_format, &macho_format, &coff_format};
+constexpr std::array formats = {&lld_format, &gold_format, &ld_format, &macho_format, &coff_format, &bolt_format};
 
 } // namespace
 

@@ -9,4 +9,5 @@ std::optional<std::string> lld_line(std::string_view symbol) {
 
 } // namespace
 
-const linker_format lld_format = {"lld", false, "", "", lld_line, "--symbol-ordering-file=", true, "-fuse-ld=lld "};
+const linker_format lld_format = {
+    "lld", false, true, "", "", lld_line, "link with ", "--symbol-ordering-file=", true, "-fuse-ld=lld "};

@@ -16,4 +16,4 @@ std::optional<std::string> macho_line(std::string_view symbol) {
 
 } // namespace
 
-const linker_format macho_format = {"macho", false, "", "", macho_line, "-order_file,", true, ""};
+const linker_format macho_format = {"macho", false, false, "", "", macho_line, "link with ", "-order_file,", true, ""};

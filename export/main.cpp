@@ -2,7 +2,8 @@
 //
 //     ordwell-export --linker=lld -o app.order app.cmd
 //
-// A linker is a file that turns names into lines (export/linker_format.h). Those that place sections get the sections of
+// Of several order files the names count where they first stand, in turn, so that start-up may come first in an order of its
+// own and everything else behind it. A linker is a file that turns names into lines (export/linker_format.h). Those that place sections get the sections of
 // the functions (export/sections.h).
 #include "ORDWELL/order_file.h"
 #include "export/linker_format.h"
@@ -25,14 +26,17 @@ struct settings {
     std::string output;
     bool is_quiet = false;
     bool is_verbose = false;
-    std::string order_file;
+    std::vector<std::string> order_files;
 };
 
-/// Functions that the output does not name, each in the order file's order.
-struct left_out {
+/// What the user hears of the functions of the order, each list in the order's order.
+struct findings {
     std::vector<std::string> undefined;  ///< in no object
-    std::vector<std::string> unordered;  ///< in sections that hold other functions too
-    std::vector<std::string> unholdable; ///< the linker's format cannot hold the name
+    std::vector<std::string> unordered;  ///< in sections that hold other functions too, and therefore not written
+    std::vector<std::string> unholdable; ///< not written because the linker's format cannot hold the name
+    std::vector<std::string> cold;       ///< cold parts, not written because their sections are not known for sure
+    std::vector<std::string> crowded;    ///< written, but the linker moves other functions along
+    std::vector<std::uint32_t> objects;  ///< in which those are, by their number
 };
 
 const linker_format& format_of(const std::string& linker) {
@@ -40,14 +44,45 @@ const linker_format& format_of(const std::string& linker) {
     return **std::find_if(formats.begin(), formats.end(), [&](const linker_format* f) { return f->name == linker; });
 }
 
-std::vector<std::string> names_of_order(const std::string& path) {
-    std::vector<std::string> names;
-    std::size_t bad_line = 0;
-    if (!read_order_file(path, names, bad_line)) {
-        throw bad_line == 0 ? failure(path, std::strerror(errno))
-                            : failure(path, bad_line, "not a line of an order file");
+std::string joined(const std::vector<std::string>& texts) {
+    std::string all;
+    for (const std::string& text : texts) {
+        all += (all.empty() ? "" : ", ") + text;
     }
-    return names;
+    return all;
+}
+
+// The functions of all order files, each where it first stands. Says how many each file gave, unless there is but one.
+std::vector<std::string> functions_of(const CLI::App& command_line, const settings& chosen) {
+    std::vector<std::string> functions;
+    std::unordered_set<std::string> known;
+    std::vector<std::size_t> counts; // by file
+    for (const std::string& path : chosen.order_files) {
+        std::vector<std::string> names;
+        std::size_t bad_line = 0;
+        if (!read_order_file(path, names, bad_line)) {
+            throw bad_line == 0 ? failure(path, std::strerror(errno))
+                                : failure(path, bad_line, "not a line of an order file");
+        }
+        const std::size_t before = functions.size();
+        for (std::string& name : names) {
+            if (known.insert(name).second) {
+                functions.push_back(std::move(name));
+            }
+        }
+        counts.push_back(functions.size() - before);
+    }
+    if (functions.empty()) {
+        throw failure(joined(chosen.order_files),
+                      "no function: give an order file that ordwell made of a profile with calls");
+    }
+    for (std::size_t file = 0; file < counts.size() && counts.size() > 1 && !chosen.is_quiet; ++file) {
+        const std::string count = std::to_string(counts[file]);
+        say(command_line, chosen.order_files[file] + (counts[file] == 0   ? " gives no name of its own"
+                                                      : counts[file] == 1 ? " gives 1 name"
+                                                                          : " gives " + count + " names"));
+    }
+    return functions;
 }
 
 // A text as the shell takes it for one word.
@@ -95,50 +130,106 @@ void report(const CLI::App& command_line, const std::vector<std::string>& names,
     }
 }
 
-int export_order(const CLI::App& command_line, const settings& chosen) {
-    const linker_format& format = format_of(chosen.linker);
-    const std::vector<std::string> functions = names_of_order(chosen.order_file);
-    section_table objects;
-    for (const std::string& object : chosen.objects) {
-        objects.add(object);
+// Tells of functions that do not move alone: "12 functions of 3 objects share a section: compile x.o, ...".
+void report_crowded(const CLI::App& command_line, findings& found, const section_table& objects, bool is_verbose) {
+    constexpr std::size_t most_named = 3;
+    std::sort(found.objects.begin(), found.objects.end());
+    found.objects.erase(std::unique(found.objects.begin(), found.objects.end()), found.objects.end());
+    std::string named;
+    for (std::size_t i = 0; i < found.objects.size() && (is_verbose || i < most_named); ++i) {
+        named += (i == 0 ? "" : ", ") + objects.object(found.objects[i]);
     }
+    named += is_verbose || found.objects.size() <= most_named ? "" : ", ...";
+    report(command_line, found.crowded,
+           "of " + std::to_string(found.objects.size()) + (found.objects.size() == 1 ? " object" : " objects") +
+               (found.crowded.size() == 1 ? " shares" : " share") + " a section: compile " + named +
+               " with -ffunction-sections",
+           is_verbose);
+}
 
-    output_file out(chosen.output);
-    left_out missing;
+// Why an output would be empty, by what befell most of the functions that the objects define.
+failure nothing_left(const settings& chosen, const findings& found) {
+    using reason = std::pair<std::size_t, std::string>;
+    const reason reasons[] = {
+        {0, "no object defines any of its functions: give the objects of this program"},
+        {found.unordered.size(), "no function lies in a section of its own: compile with -ffunction-sections"},
+        {found.unholdable.size(), "the form for " + chosen.linker + " can hold none of the names"},
+        {found.cold.size(), "nothing but cold parts of functions: name the objects with --objects"},
+    };
+    const auto by_number = [](const reason& a, const reason& b) { return a.first < b.first; };
+    return failure(joined(chosen.order_files),
+                   std::max_element(std::begin(reasons), std::end(reasons), by_number)->second);
+}
+
+// The lines for all functions, each line once.
+std::vector<std::string> lines_of(const std::vector<std::string>& functions, const linker_format& format,
+                                  const section_table* objects, findings& found) {
+    std::vector<std::string> lines;
     std::unordered_set<std::string> written;
-    out.write(format.start);
     for (const std::string& function : functions) {
-        if (!chosen.objects.empty() && !objects.defines(function)) {
-            missing.undefined.push_back(function);
+        const section_table::placement* const placement = objects == nullptr ? nullptr : objects->find(function);
+        if (objects != nullptr && placement == nullptr) {
+            found.undefined.push_back(function);
             continue;
         }
         std::vector<std::string> places = {function};
         if (format.orders_sections) {
-            places = chosen.objects.empty() ? usual_sections(function) : objects.sections(function);
+            places = placement == nullptr ? usual_sections(function) : placement->sections;
         }
         if (places.empty()) {
-            missing.unordered.push_back(function);
+            (placement == nullptr ? found.cold : found.unordered).push_back(function);
+            continue;
         }
         bool is_holdable = true;
         for (const std::string& place : places) {
-            const std::optional<std::string> line = format.line(place);
+            std::optional<std::string> line = format.line(place);
             is_holdable = is_holdable && line.has_value();
             if (line.has_value() && written.insert(*line).second) {
-                out.write(*line + "\n");
+                lines.push_back(std::move(*line));
             }
         }
         if (!is_holdable) {
-            missing.unholdable.push_back(function);
+            found.unholdable.push_back(function);
+        } else if (placement != nullptr && format.moves_sections && !placement->crowded_objects.empty()) {
+            found.crowded.push_back(function);
+            found.objects.insert(found.objects.end(), placement->crowded_objects.begin(),
+                                 placement->crowded_objects.end());
         }
+    }
+    return lines;
+}
+
+int export_order(const CLI::App& command_line, const settings& chosen) {
+    const linker_format& format = format_of(chosen.linker);
+    const std::vector<std::string> functions = functions_of(command_line, chosen);
+    section_table objects;
+    for (const std::string& object : chosen.objects) {
+        objects.add(object);
+    }
+    findings found;
+    const std::vector<std::string> lines =
+        lines_of(functions, format, chosen.objects.empty() ? nullptr : &objects, found);
+    if (lines.empty()) {
+        throw nothing_left(chosen, found);
+    }
+
+    output_file out(chosen.output);
+    out.write(format.start);
+    for (const std::string& line : lines) {
+        out.write(line);
+        out.write("\n");
     }
     out.write(format.end);
     out.finish();
     if (!chosen.is_quiet) {
-        report(command_line, missing.undefined, "of the order in no object", chosen.is_verbose);
-        report(command_line, missing.unordered, "in sections with others: compile with -ffunction-sections",
+        report(command_line, found.undefined, "of the order in no object", chosen.is_verbose);
+        report(command_line, found.unordered, "in sections with others: compile with -ffunction-sections",
                chosen.is_verbose);
-        report(command_line, missing.unholdable, "with names that this format cannot hold", true);
-        say(command_line, "link with " + option_text(format, chosen.output));
+        report(command_line, found.cold, "left out, cold parts of others: name the objects with --objects",
+               chosen.is_verbose);
+        report(command_line, found.unholdable, "with names that this format cannot hold", true);
+        report_crowded(command_line, found, objects, chosen.is_verbose);
+        say(command_line, format.use + option_text(format, chosen.output));
     }
     return 0;
 }
@@ -153,7 +244,7 @@ int main(int argc, char** argv) {
     }
     CLI::App command_line("Brings the order that ordwell wrote into the form that a linker reads.");
     prepare_command_line(command_line, "ordwell-export");
-    command_line.add_option("--linker", chosen.linker, "The linker: lld, gold, ld (GNU), macho or coff")
+    command_line.add_option("--linker", chosen.linker, "The linker: lld, gold, ld (GNU), macho, coff or bolt")
         ->required()
         ->check(CLI::IsMember(linkers))
         ->option_text("NAME");
@@ -166,6 +257,10 @@ int main(int argc, char** argv) {
         ->option_text("FILE");
     command_line.add_flag("--quiet", chosen.is_quiet, "Say nothing but errors");
     command_line.add_flag("--verbose", chosen.is_verbose, "List the functions that are counted otherwise");
-    command_line.add_option("ORDER_FILE", chosen.order_file, "What ordwell wrote")->required()->option_text("");
+    command_line
+        .add_option("ORDER_FILE", chosen.order_files,
+                    "What ordwell wrote; of several, a name counts where it first stands")
+        ->required()
+        ->option_text("");
     return run_companion(command_line, argc, argv, [&] { return export_order(command_line, chosen); });
 }

@@ -1,11 +1,26 @@
 #include "support/companion.h"
 
 #include "support/failure.h"
+#include "support/memory.h"
 
 #include <algorithm>
+#include <array>
+#include <cerrno>
 #include <cstdio>
 #include <span>
 #include <utility>
+
+namespace {
+
+// Runs before the static objects of the program are made, which need memory too. That this file names out_of_memory()'s
+// also brings its new-handler into every companion.
+[[gnu::constructor(102)]] void name_exhausted_program() {
+    static std::array<char, 64> text;
+    const int size = std::snprintf(text.data(), text.size(), "%.40s: out of memory\n", program_invocation_short_name);
+    set_out_of_memory_message({text.data(), static_cast<std::size_t>(size)});
+}
+
+} // namespace
 
 void prepare_command_line(CLI::App& command_line, const std::string& program) {
     command_line.name(program);

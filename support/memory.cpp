@@ -7,6 +7,8 @@
 
 namespace {
 
+constinit std::string_view message = "ERROR: out of memory\n";
+
 // Runs before every static object of the program is made, since those need memory too.
 [[gnu::constructor(101)]] void install_new_handler() {
     std::set_new_handler(out_of_memory);
@@ -23,11 +25,14 @@ void* checked(void* block) {
 
 void out_of_memory() {
     // write() and not stdio: a stream may need memory for its buffer, and there is none.
-    static constexpr char message[] = "ERROR: out of memory\n";
-    if (write(STDERR_FILENO, message, sizeof message - 1) < 0) {
+    if (write(STDERR_FILENO, message.data(), message.size()) < 0) {
         // Nobody is left to be told.
     }
     _exit(1); // no exit handler runs, and no stream that still holds text writes it behind the message
+}
+
+void set_out_of_memory_message(std::string_view text) {
+    message = text;
 }
 
 void* safemalloc(unsigned long size) {

@@ -4,9 +4,13 @@
 #pragma once
 
 #include <cstddef>
+#include <string_view>
 
-/// Writes "ERROR: out of memory\n" to standard error and ends the process at once with exit status 1.
+/// Writes its message, "ERROR: out of memory\n", to standard error and ends the process at once with exit status 1.
 [[noreturn]] void out_of_memory();
+
+/// Gives a program another message for out_of_memory(), which has to stay where it is.
+void set_out_of_memory_message(std::string_view message);
 
 /// A block of `size` bytes, to be released with std::free(). Never null; ends the process as out_of_memory() does.
 void* safemalloc(unsigned long size);

@@ -67,4 +67,38 @@ TEST(CommandLine, RefusesEmptyValues) {
     EXPECT_EQ(folder.run("ordwell-export --quiet --linker=lld -o=b a && ls").out, "a\nb\n");
 }
 
+#ifndef ORDWELL_SANITIZED // a sanitizer takes the place of preloaded functions, and its memory fits under no limit
+
+// Exhausted memory: by a limit, and each allocation of a small run, those of the libraries they use among them.
+TEST(Companion, RunsOutOfMemory) {
+    const scratch_folder folder;
+    folder.run(R"(seq 3000 | sed 's/.*/int f&() { return &; }/' >a.c; echo 'int main() { return 0; }' >>a.c
+        gcc -ffunction-sections -c a.c && gcc a.o -o app && ar rc a.a a.o
+        seq 2999 | awk '{ print "f" $1, "f" $1 + 1, $1 }' >calls && ordwell-import --quiet -o a.csv calls && ordwell -oa.cmd a.csv)");
+    for (const std::string command : {"ordwell-import --quiet --binary=app -o o calls",
+                                      "ordwell-export --quiet --linker=gold --objects=a.a -o o a.cmd",
+                                      "ordwell-report --calls=a.csv --order=a.cmd --json=o app"}) {
+        const std::string message = command.substr(0, command.find(' ')) + ": out of memory\n";
+        folder.run(command + "; mv o complete");
+        const auto ends_well = [&](const std::string& before) {
+            const outcome ran = folder.run("rm -f o; " + before + " " + command + " >/dev/null");
+            EXPECT_EQ(ran.status, ran.err.empty() ? 0 : 1) << before << command;
+            EXPECT_TRUE(ran.err.empty() ? folder.read("o") == folder.read("complete")
+                                        : ran.err == message && !folder.has("o"))
+                << before << command << ran.err;
+            return ran.err.empty();
+        };
+        int complete = 0;
+        for (int limit = 16; limit <= 40; limit += 3) { // MiB, from what the loader and the libraries need on
+            complete += ends_well("ulimit -v " + std::to_string(limit * 1024) + ";") ? 1 : 0;
+        }
+        EXPECT_GE(complete, 1) << command;
+        for (int number = 1; number < 4000; number += 1 + number / 4) {
+            ends_well("LD_PRELOAD=" ORDWELL_FAULTY_MACHINE " FAIL_MALLOC=" + std::to_string(number));
+        }
+    }
+}
+
+#endif
+
 } // namespace

@@ -104,6 +104,17 @@ TEST_F(Relink, LinkersTakeOddNames) {
     }
 }
 
+// llvm-bolt lays the linked program out anew, local functions among it.
+TEST_F(Relink, BoltPlacesTheFunctions) {
+    const outcome ran = run(R"(PATH="$PATH:/usr/lib/llvm-19/bin"
+        compile g++ -O2 -ffunction-sections && g++ -Wl,--emit-relocs main.o shapes.o -o app && ./app >expected
+        valgrind -q --tool=callgrind --demangle=no --callgrind-out-file=app.prof ./app >said
+        ordwell-import --quiet --binary=app -o app.csv app.prof && ordwell -o app.cmd app.csv
+        command=$(ordwell-export --linker=bolt -o order app.cmd 2>&1 | sed -n 's/.*then run //p')
+        $(echo "$command" | sed "s/PROGRAM/app/g") >said 2>&1 && ./app.bolt | cmp - expected && falls app.cmd app.bolt main.o shapes.o)");
+    EXPECT_EQ(ran.out + ran.err, "0 12\n");
+}
+
 TEST_F(Relink, OtherSystemsPlaceTheFunctions) {
     folder.write("app.cmd", order_of("third first second"));
     EXPECT_EQ(run(R"(export PATH="$PATH:/usr/lib/llvm-14/bin"
