@@ -36,7 +36,8 @@ std::uint32_t hash_of_name(std::string_view name) {
 
 call_profile::call_profile(const call_profile& other)
     : name_index_(other.name_index_), edges_(other.edges_), pair_index_(other.pair_index_),
-      has_pair_index_(other.has_pair_index_), has_weightless_edge_(other.has_weightless_edge_) {
+      has_pair_index_(other.has_pair_index_), row_count_(other.row_count_),
+      has_weightless_edge_(other.has_weightless_edge_) {
     names_.reserve(other.names_.size());
     for (const std::string_view name : other.names_) {
         append_name(name);
@@ -152,6 +153,7 @@ void call_profile::add_rows(std::span<const call_row> rows) {
     };
     std::array<name_look_up, 2 * batch_rows> names;
     std::array<row_look_up, batch_rows> pairs;
+    row_count_ += rows.size();
 
     while (!rows.empty()) {
         const std::span<const call_row> batch = rows.first(std::min(rows.size(), batch_rows));

@@ -98,6 +98,9 @@ public:
     /// Tells that one part in `factor` of the input has been added; the guess is that the others bring as many edges.
     void expect_growth(double factor);
 
+    /// How many rows were added, those of two equal names included.
+    std::uint64_t row_count() const { return row_count_; }
+
     /// Whether an edge of weight 0 was ever added.
     bool has_weightless_edge() const { return has_weightless_edge_; }
 
@@ -120,5 +123,6 @@ private:
     bool has_pair_index_ = true;     ///< false once it was given away
     std::size_t earlier_edges_ = 0;  ///< from before the present input
     std::size_t expected_edges_ = 0; ///< at the end of the present input; 0: no guess
+    std::uint64_t row_count_ = 0;
     bool has_weightless_edge_ = false;
 };

@@ -109,6 +109,9 @@ public:
     /// Whether `line`, without its line feed, is an acceptable header: "caller","callee","weight".
     bool verify_csv_header(std::string& line);
 
+    /// The header line of the file that was read last; empty when it could not be opened.
+    const std::string& last_header() const { return last_header_; }
+
     /// The calls as read, for whoever wants no more than that; null once the graph has another form. Valid as long as
     /// the graph keeps its form and nothing is added.
     const call_profile* profile() const { return is_as_read() ? profile_.get() : nullptr; }
@@ -172,4 +175,5 @@ private:
     /// is_handed_out_.
     boost::unordered_flat_map<std::string, std::uint32_t> name_index_;
     bool is_index_stale_ = true;
+    std::string last_header_;
 };

@@ -94,13 +94,14 @@ void report_bad_row(line_kind kind, const char* filename, int line_number) {
 
 void PETTIS_HANSEN_GRAPH::read(std::string& filename) {
     line_blocks blocks(filename.c_str());
+    last_header_.clear();
     if (!blocks.is_open()) {
         DIAG::raise<DIAG::owl_nonfatal_error_opening_inputfile>(graph_file, 177, filename.c_str());
         return;
     }
     std::string_view block = blocks.next();
-    std::string header(take_line(block));
-    if (!verify_csv_header(header)) {
+    last_header_ = take_line(block);
+    if (!verify_csv_header(last_header_)) {
         DIAG::raise<DIAG::owl_bad_csv_file_header>(graph_file, 189, filename.c_str());
         return;
     }

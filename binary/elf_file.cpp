@@ -50,7 +50,7 @@ void visit_members(Elf* elf, int file, const std::string& label, const std::func
         if (start != nullptr && std::string_view(start, size).starts_with("!<thin>\n")) {
             throw failure(label, "a thin archive holds no objects: give them themselves");
         }
-        throw failure(label, "neither an ELF file nor an archive");
+        throw failure(label, size == 0 ? "an empty file" : "neither an ELF file nor an archive");
     }
     }
     // What lies in memory is "mapped": the other command would read a file.
@@ -82,6 +82,10 @@ elf_object::elf_object(Elf* elf, std::string label) : elf_(elf), label_(std::mov
     is_64_bit_ = gelf_getclass(elf_) == ELFCLASS64;
     is_little_endian_ = header.e_ident[EI_DATA] == ELFDATA2LSB;
     is_arm_ = header.e_machine == EM_ARM;
+    purpose_ = header.e_type == ET_EXEC || header.e_type == ET_DYN ? elf_purpose::program
+               : header.e_type == ET_REL                           ? elf_purpose::object
+               : header.e_type == ET_CORE                          ? elf_purpose::core
+                                                                   : elf_purpose::other;
     for (Elf_Scn* section = nullptr; (section = elf_nextscn(elf_, section)) != nullptr;) {
         GElf_Shdr properties;
         if (gelf_getshdr(section, &properties) != nullptr && properties.sh_type == SHT_SYMTAB) {
@@ -135,6 +139,49 @@ std::vector<elf_symbol> elf_object::symbols() const {
             {name, entry.st_value - thumb_bit, entry.st_size, section, kind, GELF_ST_BIND(entry.st_info) != STB_LOCAL});
     }
     return symbols;
+}
+
+std::string elf_object::build_id() const {
+    for (Elf_Scn* section = nullptr; (section = elf_nextscn(elf_, section)) != nullptr;) {
+        GElf_Shdr properties;
+        Elf_Data* notes = nullptr;
+        if (gelf_getshdr(section, &properties) == nullptr || properties.sh_type != SHT_NOTE ||
+            (notes = elf_getdata(section, nullptr)) == nullptr || notes->d_buf == nullptr) {
+            continue;
+        }
+        GElf_Nhdr note;
+        std::size_t name = 0;
+        std::size_t content = 0;
+        for (std::size_t at = 0; (at = gelf_getnote(notes, at, &note, &name, &content)) != 0;) {
+            const std::string_view bytes(static_cast<const char*>(notes->d_buf), notes->d_size);
+            if (note.n_type != NT_GNU_BUILD_ID || bytes.substr(name, note.n_namesz) != std::string_view("GNU\0", 4)) {
+                continue;
+            }
+            std::string digits;
+            for (const char byte : bytes.substr(content, note.n_descsz)) {
+                const auto value = static_cast<unsigned char>(byte);
+                digits += "0123456789abcdef"[value >> 4U];
+                digits += "0123456789abcdef"[value & 15U];
+            }
+            return digits;
+        }
+    }
+    return {};
+}
+
+std::vector<elf_segment> elf_object::segments() const {
+    std::vector<elf_segment> segments;
+    std::size_t count = 0;
+    if (elf_getphdrnum(elf_, &count) != 0) {
+        return segments;
+    }
+    for (std::size_t i = 0; i < count && i <= INT32_MAX; ++i) {
+        GElf_Phdr properties;
+        if (gelf_getphdr(elf_, static_cast<int>(i), &properties) != nullptr && properties.p_type == PT_LOAD) {
+            segments.push_back({properties.p_vaddr, properties.p_filesz});
+        }
+    }
+    return segments;
 }
 
 std::string_view elf_object::section_name(std::uint32_t section) const {

@@ -30,6 +30,20 @@ struct elf_symbol {
     bool is_global; ///< visible to other files: global or weak
 };
 
+/// What an ELF file is for.
+enum class elf_purpose {
+    program, ///< an executable or a shared library, or the debug information of one
+    object,  ///< to be linked
+    core,    ///< the memory of a program that crashed
+    other,
+};
+
+/// A stretch of the file that lies in memory while the program runs.
+struct elf_segment {
+    std::uint64_t address; ///< of its first byte
+    std::uint64_t size;    ///< bytes that come from the file
+};
+
 /// Calls between two functions as a compiler wrote them into an object file.
 struct elf_call {
     std::string_view caller; ///< borrowed from the object
@@ -46,6 +60,12 @@ public:
     const std::string& label() const { return label_; }
     bool is_64_bit() const { return is_64_bit_; }
     bool is_little_endian() const { return is_little_endian_; }
+    elf_purpose purpose() const { return purpose_; }
+
+    /// The build ID that the linker wrote, in lower-case hexadecimal digits; empty when there is none.
+    std::string build_id() const;
+    /// What is loaded, in the order of the file.
+    std::vector<elf_segment> segments() const;
 
     /// Whether it has a symbol table; stripped files have at most that of the dynamic linker.
     bool has_symbol_table() const { return symbol_section_ != nullptr; }
@@ -65,6 +85,7 @@ private:
     bool is_64_bit_ = false;
     bool is_little_endian_ = false;
     bool is_arm_ = false;
+    elf_purpose purpose_ = elf_purpose::other;
     std::size_t section_names_ = 0;     ///< index of the section with the names of sections
     Elf_Scn* symbol_section_ = nullptr; ///< null: stripped
 };

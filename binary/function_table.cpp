@@ -45,6 +45,16 @@ function_table::function_table(const std::string& path) {
             throw failure(path, "an archive: give the linked program");
         }
         is_first = false;
+        switch (object.purpose()) {
+        case elf_purpose::program:
+            break;
+        case elf_purpose::object:
+            throw failure(path, "an object file: give the linked program");
+        case elf_purpose::core:
+            throw failure(path, "a core file: give the program that crashed");
+        case elf_purpose::other:
+            throw failure(path, "neither a program nor a shared library");
+        }
         if (!object.has_symbol_table()) {
             throw failure(path, "no symbol table: link without -s and strip only the copy that you ship, or give the "
                                 "file with the separate debug information");
@@ -52,6 +62,8 @@ function_table::function_table(const std::string& path) {
         is_64_bit_ = object.is_64_bit();
         is_little_endian_ = object.is_little_endian();
         symbols_ = object.symbols();
+        build_id_ = object.build_id();
+        segments_ = object.segments();
         for (elf_symbol& symbol : symbols_) {
             symbol.name = names_.emplace_back(symbol.name);
         }

@@ -23,6 +23,10 @@ public:
 
     /// All named symbols, in the order of the file's table.
     const std::vector<elf_symbol>& symbols() const { return symbols_; }
+    /// The file's build ID in lower-case hexadecimal digits; empty when it has none.
+    const std::string& build_id() const { return build_id_; }
+    /// What of the file is loaded when it runs.
+    const std::vector<elf_segment>& segments() const { return segments_; }
     bool is_64_bit() const { return is_64_bit_; }
     bool is_little_endian() const { return is_little_endian_; }
 
@@ -41,6 +45,8 @@ private:
 
     std::deque<std::string> names_; ///< what symbols_ borrows from
     std::vector<elf_symbol> symbols_;
+    std::string build_id_;
+    std::vector<elf_segment> segments_;
     bool is_64_bit_ = false;
     bool is_little_endian_ = false;
 

@@ -50,12 +50,24 @@ add_custom_command(OUTPUT ${page_header}
   VERBATIM)
 add_library(ordwell_report STATIC
   report/called_code.cpp
+  report/code_map.cpp
+  report/cold_start.cpp
   report/figures.cpp
+  report/gates.cpp
+  report/json.cpp
+  report/layouts.cpp
+  report/name_list.cpp
   report/page.cpp
+  report/page_pictures.cpp
   report/placement.cpp
+  report/result.cpp
+  report/summary.cpp
   report/text.cpp
+  report/verdict.cpp
+  report/wording.cpp
   ${page_header})
-target_link_libraries(ordwell_report PUBLIC ordwell_companion nlohmann_json::nlohmann_json)
+target_link_libraries(ordwell_report PUBLIC ordwell_companion PRIVATE nlohmann_json::nlohmann_json)
+target_compile_definitions(ordwell_report PRIVATE ORDWELL_VERSION="${PROJECT_VERSION}")
 target_include_directories(ordwell_report PRIVATE ${PROJECT_BINARY_DIR}/companions)
 
 add_executable(ordwell-report report/main.cpp)

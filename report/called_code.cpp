@@ -32,7 +32,10 @@ called_code find_called_code(const call_profile& calls, const function_table& bi
             places.push_back({{symbol.address, symbol.size}, name});
         }
     }
-    code.low = std::min(code.low, code.high);
+    if (code.high == 0) {
+        throw failure(path,
+                      "no symbol is a function of known size: give the program as the linker wrote it, not stripped");
+    }
     // By address, so that names of one address stand together and the first place of a name is its lowest.
     std::stable_sort(places.begin(), places.end(),
                      [](const named_place& a, const named_place& b) { return a.place.address < b.place.address; });
@@ -50,7 +53,11 @@ called_code find_called_code(const call_profile& calls, const function_table& bi
     for (const call_edge& edge : calls.edges()) {
         const std::uint32_t first = function_of[edge.first];
         const std::uint32_t second = function_of[edge.second];
-        if (first != no_index && second != no_index && first != second) {
+        if (first == no_index || second == no_index) {
+            code.all_calls += edge.weight;
+        } else if (first != second) {
+            code.all_calls += edge.weight;
+            code.inner_calls += edge.weight;
             code.calls.push_back({first, second, edge.weight});
         }
     }

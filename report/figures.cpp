@@ -1,34 +1,46 @@
 #include "report/figures.h"
 
+#include "report/cold_start.h"
 #include "support/prefetch.h"
 
-#include <nlohmann/json.hpp>
-
 #include <algorithm>
-#include <array>
 #include <bit>
 #include <cmath>
-#include <numeric>
-#include <random>
 
 namespace {
 
 constexpr std::uint64_t page = 4096;
 constexpr std::uint64_t block = 65536;
 constexpr std::uint64_t huge_page = 2097152;
-constexpr unsigned int random_orders = 20;
 
-constexpr std::array<figure_row, 10> rows = {{
-    {"functions", "functions", "", [](const figures& f) { return std::optional(f.functions); }, false},
-    {"bytes", "bytes of code", "bytes", [](const figures& f) { return std::optional(f.bytes); }, false},
-    {"calls", "calls", "", [](const figures& f) { return std::optional(f.calls); }, false},
-    {"pages_4k", "4 KiB pages touched", "", [](const figures& f) { return std::optional(f.pages_4k); }, true},
-    {"blocks_64k", "64 KiB blocks touched", "", [](const figures& f) { return std::optional(f.blocks_64k); }, true},
-    {"pages_2m", "2 MiB pages touched", "", [](const figures& f) { return std::optional(f.pages_2m); }, true},
-    {"mean_distance", "mean distance of a call", "bytes", [](const figures& f) { return f.mean_distance; }, true},
-    {"median_distance", "median distance of a call", "bytes", [](const figures& f) { return f.median_distance; }, true},
-    {"same_page", "calls within a 4 KiB page", "%", [](const figures& f) { return f.same_page; }, true},
-    {"same_64k", "calls within a 64 KiB block", "%", [](const figures& f) { return f.same_64k; }, true},
+constexpr std::array<figure_row, figure_count> rows = {{
+    {figure::functions, "functions", "functions", "", "called functions, by address", 0, false, false, false},
+    {figure::bytes, "bytes", "bytes of code", "bytes", "bytes that at least one called function covers", 0, false,
+     false, false},
+    {figure::calls, "calls", "calls", "", "calls between two different functions of the program", 0, false, false,
+     false},
+    {figure::pages_4k, "pages_4k", "4 KiB pages touched", "", "pages that a called function overlaps", -1, true, true,
+     true},
+    {figure::blocks_64k, "blocks_64k", "64 KiB blocks touched", "", "blocks that a called function overlaps", -1, true,
+     false, false},
+    {figure::pages_2m, "pages_2m", "2 MiB pages touched", "", "huge pages that a called function overlaps", -1, true,
+     false, false},
+    {figure::hot_pages_90, "hot_pages_90", "pages that hold 90 % of the calls", "",
+     "the least number of 4 KiB pages on which 90 % of the ends of calls start", -1, false, true, true},
+    {figure::hot_pages_99, "hot_pages_99", "pages that hold 99 % of the calls", "",
+     "the least number of 4 KiB pages on which 99 % of the ends of calls start", -1, false, false, false},
+    {figure::mean_distance, "mean_distance", "mean distance of a call", "bytes",
+     "bytes between the starts of the two functions of a call, on average", -1, false, true, true},
+    {figure::median_distance, "median_distance", "median distance of a call", "bytes",
+     "the smallest distance that half of the calls do not exceed", -1, false, false, false},
+    {figure::same_page, "same_page", "calls within a 4 KiB page", "%",
+     "share of the calls whose two functions start on one page", 1, false, false, false},
+    {figure::same_64k, "same_64k", "calls within a 64 KiB block", "%",
+     "share of the calls whose two functions start in one block", 1, false, false, false},
+    {figure::cold_faults, "cold_faults", "faults of a cold start", "",
+     "faults in code when the functions first run, each reading ahead", -1, false, true, true},
+    {figure::cold_faults_around, "cold_faults_around", "the same, reading around", "",
+     "faults in code when the functions first run, each reading around itself", -1, false, false, false},
 }};
 
 // How many blocks of a size the functions overlap. `places` ascend by address.
@@ -37,7 +49,7 @@ double count_blocks(std::span<const extent> places, std::uint64_t size) {
     std::uint64_t next = 0; // the first block that is not counted yet
     for (const extent& place : places) {
         const std::uint64_t first = std::max(place.address / size, next);
-        const std::uint64_t last = (place.address + place.size - 1) / size;
+        const std::uint64_t last = (place.end() - 1) / size;
         if (last >= first) {
             count += last - first + 1;
             next = last + 1;
@@ -46,14 +58,37 @@ double count_blocks(std::span<const extent> places, std::uint64_t size) {
     return static_cast<double>(count);
 }
 
-std::uint64_t distance_of(const counted_calls& calls, std::span<const extent> functions) {
-    const std::uint64_t a = functions[calls.first].address;
-    const std::uint64_t b = functions[calls.second].address;
-    return a < b ? b - a : a - b;
+// How many bytes at least one function covers. `places` ascend by address.
+double count_bytes(std::span<const extent> places) {
+    std::uint64_t count = 0;
+    std::uint64_t next = 0; // the first byte that is not counted yet
+    for (const extent& place : places) {
+        const std::uint64_t first = std::max(place.address, next);
+        if (place.end() > first) {
+            count += place.end() - first;
+            next = place.end();
+        }
+    }
+    return static_cast<double>(count);
+}
+
+// So many percent of a number, rounded up.
+std::uint64_t share_of(std::uint64_t whole, std::uint64_t percent) {
+    return whole / 100 * percent + (whole % 100 * percent + 99) / 100;
+}
+
+// The least number of pages that hold at least `wanted`. `heats` descend.
+double count_hottest(std::span<const std::uint64_t> heats, std::uint64_t wanted) {
+    std::uint64_t held = 0;
+    std::size_t count = 0;
+    while (held < wanted && count < heats.size()) {
+        held += heats[count++];
+    }
+    return static_cast<double>(count);
 }
 
 /// A distance and the calls that go so far.
-using weighted_distance = std::pair<std::uint64_t, std::uint64_t>;
+using weighted_distance = std::pair<std::uint64_t, std::uint32_t>;
 
 // The smallest distance at which half of the calls are reached. First a count by the distance's leading bits finds the
 // stretch of it, then only that is sorted.
@@ -84,12 +119,68 @@ double weighted_median(std::span<const weighted_distance> distances, std::uint64
     return static_cast<double>(largest);
 }
 
-// The figures of calls, which do not depend on the order of `functions`. `distances` is scratch, kept from layout to layout.
-void measure_calls(std::span<const extent> functions, std::span<const counted_calls> all,
-                   std::vector<weighted_distance>& distances, figures& result) {
-    distances.clear();
-    distances.reserve(all.size());
-    std::uint64_t calls = 0;
+} // namespace
+
+std::span<const figure_row> figure_rows() {
+    return rows;
+}
+
+layout_meter::layout_meter(const called_code& code, std::optional<std::uint64_t> read_ahead)
+    : code_(code), read_ahead_(read_ahead), heat_(code.functions.size()), addresses_(code.functions.size()) {
+    for (const counted_calls& c : code.calls) {
+        heat_[c.first] += c.count;
+        heat_[c.second] += c.count;
+    }
+}
+
+figures layout_meter::measure(const placed_code& layout) {
+    figures result;
+    measure_space(layout, result);
+    if (code_.inner_calls != 0) {
+        measure_heat(layout, result);
+        measure_calls(layout, result);
+    }
+    if (read_ahead_.has_value()) {
+        const cold_start start(layout.first_run, layout.segments, *read_ahead_);
+        result[figure::cold_faults] = static_cast<double>(start.faults(read_window::ahead).size());
+        result[figure::cold_faults_around] = static_cast<double>(start.faults(read_window::around).size());
+    }
+    return result;
+}
+
+void layout_meter::measure_space(const placed_code& layout, figures& result) const {
+    result[figure::functions] = static_cast<double>(layout.by_address.size());
+    result[figure::bytes] = count_bytes(layout.by_address);
+    result[figure::calls] = static_cast<double>(code_.inner_calls);
+    result[figure::pages_4k] = count_blocks(layout.by_address, page);
+    result[figure::blocks_64k] = count_blocks(layout.by_address, block);
+    result[figure::pages_2m] = count_blocks(layout.by_address, huge_page);
+}
+
+void layout_meter::measure_heat(const placed_code& layout, figures& result) {
+    page_heat_.clear();
+    std::uint64_t last = 0;
+    for (std::size_t i = 0; i < layout.by_address.size(); ++i) {
+        const std::uint64_t number = layout.by_address[i].address / page;
+        if (page_heat_.empty() || number != last) {
+            page_heat_.push_back(0);
+            last = number;
+        }
+        page_heat_.back() += heat_[layout.numbers.empty() ? i : layout.numbers[i]];
+    }
+    std::sort(page_heat_.begin(), page_heat_.end(), std::greater<>());
+    const std::uint64_t ends = 2 * code_.inner_calls;
+    result[figure::hot_pages_90] = count_hottest(page_heat_, share_of(ends, 90));
+    result[figure::hot_pages_99] = count_hottest(page_heat_, share_of(ends, 99));
+}
+
+void layout_meter::measure_calls(const placed_code& layout, figures& result) {
+    for (std::size_t i = 0; i < layout.by_address.size(); ++i) {
+        addresses_[layout.numbers.empty() ? i : layout.numbers[i]] = layout.by_address[i].address;
+    }
+    const std::vector<counted_calls>& all = code_.calls;
+    distances_.clear();
+    distances_.reserve(all.size());
     std::uint64_t on_page = 0;
     std::uint64_t in_block = 0;
     std::uint64_t largest = 0;
@@ -97,142 +188,44 @@ void measure_calls(std::span<const extent> functions, std::span<const counted_ca
     constexpr std::size_t ahead = 24; // calls between prefetch and use: their functions lie anywhere
     for (std::size_t i = 0; i < all.size(); ++i) {
         if (i + ahead < all.size()) {
-            prefetch_line(&functions[all[i + ahead].first]);
-            prefetch_line(&functions[all[i + ahead].second]);
+            prefetch_line(&addresses_[all[i + ahead].first]);
+            prefetch_line(&addresses_[all[i + ahead].second]);
         }
         const counted_calls& c = all[i];
-        const std::uint64_t a = functions[c.first].address;
-        const std::uint64_t b = functions[c.second].address;
-        const std::uint64_t distance = distance_of(c, functions);
-        distances.emplace_back(distance, c.count);
+        const std::uint64_t a = addresses_[c.first];
+        const std::uint64_t b = addresses_[c.second];
+        const std::uint64_t distance = a < b ? b - a : a - b;
+        distances_.emplace_back(distance, c.count);
         largest = std::max(largest, distance);
-        calls += c.count;
         on_page += a / page == b / page ? c.count : 0;
         in_block += a / block == b / block ? c.count : 0;
-        weighted_sum += static_cast<double>(distance) * static_cast<double>(c.count);
+        weighted_sum += static_cast<double>(distance) * c.count;
     }
-    result.calls = static_cast<double>(calls);
-    if (calls != 0) {
-        result.mean_distance = weighted_sum / result.calls;
-        result.median_distance = weighted_median(distances, largest, calls);
-        result.same_page = 100.0 * static_cast<double>(on_page) / result.calls;
-        result.same_64k = 100.0 * static_cast<double>(in_block) / result.calls;
-    }
+    result[figure::mean_distance] = weighted_sum / static_cast<double>(code_.inner_calls);
+    result[figure::median_distance] = weighted_median(distances_, largest, code_.inner_calls);
+    result[figure::same_page] = percent_of(on_page, code_.inner_calls);
+    result[figure::same_64k] = percent_of(in_block, code_.inner_calls);
 }
 
-void measure_space(std::span<const extent> places, figures& result) {
-    result.functions = static_cast<double>(places.size());
-    result.bytes = 0;
-    for (const extent& place : places) {
-        result.bytes += static_cast<double>(place.size);
+std::optional<double> percent_of(std::uint64_t part, std::uint64_t whole) {
+    if (whole == 0) {
+        return std::nullopt;
     }
-    result.pages_4k = count_blocks(places, page);
-    result.blocks_64k = count_blocks(places, block);
-    result.pages_2m = count_blocks(places, huge_page);
-}
-
-/// The sum of a figure over the random orders, divided only at the end, so that whole numbers stay whole.
-class mean {
-public:
-    void add(const std::optional<double>& value) {
-        if (value.has_value()) {
-            sum_ = sum_.value_or(0) + *value;
-        }
+    constexpr std::uint64_t largest = UINT64_MAX / 100;
+    if (part > largest) { // so large that no whole number of percents is met by chance
+        return 100.0 * (static_cast<double>(part) / static_cast<double>(whole));
     }
-    std::optional<double> value() const {
-        return sum_.has_value() ? std::optional(*sum_ / random_orders) : std::nullopt;
-    }
-
-private:
-    std::optional<double> sum_;
-};
-
-} // namespace
-
-std::span<const figure_row> figure_rows() {
-    return rows;
-}
-
-figures measure(const called_code& code) {
-    figures result;
-    measure_space(code.functions, result);
-    std::vector<weighted_distance> distances;
-    measure_calls(code.functions, code.calls, distances, result);
-    return result;
-}
-
-figures measure_random(const called_code& code, std::uint64_t seed) {
-    constexpr std::uint64_t alignment = 16;
-    figures layout;
-    std::array<mean, 7> means;
-    std::vector<weighted_distance> distances;
-    std::vector<std::uint32_t> order(code.functions.size());
-    std::vector<extent> by_number(code.functions.size());
-    std::vector<extent> by_address(code.functions.size());
-    for (unsigned int i = 0; i < random_orders; ++i) {
-        // Fisher-Yates, by hand: the library's shuffle differs between libraries, and the figures must not.
-        std::mt19937_64 random(seed + i);
-        std::iota(order.begin(), order.end(), 0U);
-        for (std::size_t left = order.size(); left > 1; --left) {
-            std::swap(order[left - 1], order[random() % left]);
-        }
-        std::uint64_t address = 0;
-        for (std::size_t place = 0; place < order.size(); ++place) {
-            const std::uint64_t size = code.functions[order[place]].size;
-            by_number[order[place]] = by_address[place] = {address, size};
-            address = (address + size + alignment - 1) / alignment * alignment;
-        }
-        layout = {};
-        measure_space(by_address, layout);
-        measure_calls(by_number, code.calls, distances, layout);
-        const std::optional<double> values[] = {layout.pages_4k,      layout.blocks_64k,      layout.pages_2m,
-                                                layout.mean_distance, layout.median_distance, layout.same_page,
-                                                layout.same_64k};
-        for (std::size_t figure = 0; figure < means.size(); ++figure) {
-            means[figure].add(values[figure]);
-        }
-    }
-    return {layout.functions,  layout.bytes,     layout.calls,     *means[0].value(), *means[1].value(),
-            *means[2].value(), means[3].value(), means[4].value(), means[5].value(),  means[6].value()};
-}
-
-namespace {
-
-// Whole numbers as such.
-nlohmann::ordered_json to_json(const std::optional<double>& value) {
-    constexpr double largest_whole = 9007199254740992.0; // 2^53
-    if (!value.has_value()) {
-        return nullptr;
-    }
-    if (std::floor(*value) == *value && std::abs(*value) <= largest_whole) {
-        return static_cast<std::int64_t>(*value);
-    }
-    return *value;
-}
-
-} // namespace
-
-nlohmann::ordered_json bound_of(const figures& layout) {
-    const auto blocks = [&](std::uint64_t size) {
-        return to_json(std::optional(std::ceil(layout.bytes / static_cast<double>(size))));
-    };
-    return {{"pages_4k", blocks(page)}, {"blocks_64k", blocks(block)}, {"pages_2m", blocks(huge_page)}};
-}
-
-nlohmann::ordered_json to_json(const figures& layout) {
-    nlohmann::ordered_json object = nlohmann::ordered_json::object();
-    for (const figure_row& row : rows) {
-        object[row.key] = to_json(row.value(layout));
-    }
-    return object;
+    return static_cast<double>(part * 100 / whole) +
+           static_cast<double>(part * 100 % whole) / static_cast<double>(whole);
 }
 
 std::vector<distance_share> distance_curve(const called_code& code) {
     std::vector<weighted_distance> distances;
-    std::uint64_t calls = 0;
+    distances.reserve(code.calls.size());
     for (const counted_calls& c : code.calls) {
-        distances.emplace_back(distance_of(c, code.functions), c.count);
-        calls += c.count;
+        const std::uint64_t a = code.functions[c.first].address;
+        const std::uint64_t b = code.functions[c.second].address;
+        distances.emplace_back(a < b ? b - a : a - b, c.count);
     }
     std::vector<distance_share> curve;
     std::sort(distances.begin(), distances.end());
@@ -244,7 +237,7 @@ std::vector<distance_share> distance_curve(const called_code& code) {
         for (; next < distances.size() && distances[next].first <= distance; ++next) {
             reached += distances[next].second;
         }
-        curve.push_back({distance, 100.0 * static_cast<double>(reached) / static_cast<double>(calls)});
+        curve.push_back({distance, *percent_of(reached, code.inner_calls)});
     }
     return curve;
 }

@@ -3,108 +3,159 @@
 //     ordwell-report --calls=app.csv --order=app.cmd --html=report.html --min-placed=95 app app.old
 //
 // Nothing is run: the call graph and the symbol tables are all it needs, so it works in a build, for another processor and
-// for yesterday's binary. What is computed stands in report/placement.h (did it take?) and report/figures.h (what is it
-// worth?), how it is said in report/text.cpp and report/page.cpp.
-#include "DIAG/diag.h"
-#include "ORDWELL/order_file.h"
-#include "ORDWELL/pettis_hansen.h"
+// for yesterday's binary. report/result.cpp is the outline of what is computed; this file is the command line, and where
+// the report goes: files first, all of them or none, and standard output last.
 #include "report/result.h"
 #include "support/companion.h"
 #include "support/failure.h"
 #include "support/output_file.h"
 
-#include <nlohmann/json.hpp>
-
-#include <cerrno>
-#include <cstdio>
-#include <cstring>
+#include <memory>
 
 namespace {
 
-/// The command line.
-struct settings {
-    std::string calls;
-    std::string order;
+/// Where the report goes; an empty name is nowhere, "-" standard output.
+struct outputs {
     std::string html;
     std::string json;
-    std::optional<double> min_placed;
-    std::uint64_t seed = 1;
-    std::string binary;
-    std::string baseline;
+    std::string markdown;
 };
 
-void write_file(const std::string& path, const std::string& text) {
-    output_file out(path);
-    out.write(text);
-    out.finish();
-}
+constexpr int gate_missed = 3; // exit status
 
-measured_binary measure_binary(const std::string& path, const function_table& functions, const call_profile& calls) {
-    measured_binary binary = {path, find_called_code(calls, functions, path), {}};
-    binary.layout = measure(binary.code);
-    return binary;
-}
+int report(const CLI::App& command_line, const report_request& request, const outputs& wanted,
+           const std::string& command) {
+    const std::string paths[] = {wanted.json, wanted.markdown, wanted.html};
+    std::vector<std::string> inputs = request.calls;
+    inputs.insert(inputs.end(), request.candidates.begin(), request.candidates.end());
+    inputs.insert(inputs.end(), {request.order, request.first_run, request.binary, request.baseline});
+    check_outputs({std::begin(paths), std::end(paths)}, inputs);
+    const report_result result = make_report(request);
 
-int report(const settings& chosen) {
-    PETTIS_HANSEN_GRAPH graph;
-    std::string calls_file = chosen.calls;
-    graph.read(calls_file); // says itself what is wrong
-    const call_profile& calls = *graph.profile();
-
-    report_result result;
-    result.is_incomplete = DIAGNOSTIC::error_count_m > 0;
-    result.wanted_placed = chosen.min_placed;
-    const function_table functions(chosen.binary);
-    if (!chosen.order.empty()) {
-        std::vector<std::string> order;
-        std::size_t bad_line = 0;
-        if (!read_order_file(chosen.order, order, bad_line)) {
-            throw bad_line == 0 ? failure(chosen.order, std::strerror(errno))
-                                : failure(chosen.order, bad_line, "not a line of an order file");
+    std::vector<std::unique_ptr<output_file>> files; // standard output, which has the text unless it has a file, last
+    std::string text = to_text(result);
+    for (const std::string& path : paths) {
+        if (path.empty()) {
+            continue;
         }
-        result.order = find_placement(order, functions);
+        std::string bytes = &path == &paths[0]   ? to_json(result)
+                            : &path == &paths[1] ? to_markdown(result)
+                                                 : to_page(result, command);
+        if (path == "-") {
+            text = std::move(bytes);
+        } else {
+            files.push_back(std::make_unique<output_file>(path));
+            files.back()->write(bytes);
+        }
     }
-    result.binary = measure_binary(chosen.binary, functions, calls);
-    if (result.binary.code.functions.empty()) {
-        throw failure(chosen.calls,
-                      "none of its " + std::to_string(calls.function_count()) + " functions is in " + chosen.binary);
+    files.push_back(std::make_unique<output_file>("-"));
+    files.back()->write(text);
+    std::vector<output_file*> together;
+    for (const std::unique_ptr<output_file>& file : files) {
+        together.push_back(file.get());
     }
-    if (!chosen.baseline.empty()) {
-        result.baseline = measure_binary(chosen.baseline, function_table(chosen.baseline), calls);
-    }
-    result.random = measure_random(result.binary.code, chosen.seed);
+    finish_together(together);
 
-    write_file("", to_text(result));
-    if (!chosen.json.empty()) {
-        write_file(chosen.json,
-                   to_json(result).dump(2, ' ', true, nlohmann::ordered_json::error_handler_t::replace) + "\n");
+    int status = 0;
+    for (const gate& gate : result.gates) {
+        if (!gate.met) {
+            say(command_line, describe(gate));
+            status = gate_missed;
+        }
     }
-    if (!chosen.html.empty()) {
-        write_file(chosen.html, to_page(result));
+    return status;
+}
+
+// The command as a shell would take it again.
+std::string command_of(int argc, char** argv) {
+    std::string command = "ordwell-report";
+    for (int i = 1; i < argc; ++i) {
+        const std::string_view word = argv[i];
+        constexpr std::string_view plain = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789-_=./,:+@%";
+        command += ' ';
+        if (!word.empty() && word.find_first_not_of(plain) == std::string_view::npos) {
+            command += word;
+            continue;
+        }
+        command += '\'';
+        for (const char character : word) {
+            command += character == '\'' ? "'\\''" : std::string(1, character);
+        }
+        command += '\'';
     }
-    const bool is_too_low = chosen.min_placed.has_value() && result.order->placed < *chosen.min_placed;
-    return result.is_incomplete || is_too_low ? 1 : 0;
+    return command;
+}
+
+// What keeps a command line from making sense, beyond what single options tell; empty for nothing.
+std::string contradiction(const report_request& request, const outputs& wanted) {
+    const auto is_dash = [](const std::string& path) { return path == "-" ? 1 : 0; };
+    if (is_dash(wanted.html) + is_dash(wanted.json) + is_dash(wanted.markdown) > 1) {
+        return "only one of --html, --json and --markdown can go to standard output";
+    }
+    for (const gate_row& row : gate_rows()) {
+        if (row.needs_order && (request.gates.*row.wanted).has_value() && request.order.empty()) {
+            return "--" + std::string(row.key) + " requires --order";
+        }
+    }
+    if (request.gates.no_worse && request.baseline.empty() && request.candidates.empty()) {
+        return "--no-worse requires BASELINE or --candidate";
+    }
+    return {};
 }
 
 } // namespace
 
 int main(int argc, char** argv) {
-    settings chosen;
+    report_request request;
+    outputs wanted;
     CLI::App command_line("Tells whether an order is in a binary, and what it is worth there.");
     prepare_command_line(command_line, "ordwell-report");
-    command_line.add_option("--calls", chosen.calls, "The call graph, as ordwell reads it")
+    // A list takes one value each time, not all that follow.
+    const auto add_list = [&](const std::string& name, std::vector<std::string>& list, const std::string& doc) {
+        return command_line.add_option(name, list, doc)->allow_extra_args(false);
+    };
+    add_list("--calls", request.calls, "The call graph, as ordwell reads it; several add up")
         ->required()
         ->option_text("CSV");
-    CLI::Option* const order = command_line.add_option("--order", chosen.order, "The order file that ordwell wrote")
-                                   ->option_text("ORDER_FILE");
-    command_line.add_option("--html", chosen.html, "Write the report as a page")->option_text("FILE");
-    command_line.add_option("--json", chosen.json, "Write the report as JSON")->option_text("FILE");
-    command_line.add_option("--min-placed", chosen.min_placed, "End with status 1 when fewer functions stand in order")
-        ->needs(order)
-        ->check(CLI::Range(0.0, 100.0))
-        ->option_text("PERCENT");
-    command_line.add_option("--seed", chosen.seed, "Of the random orders to compare with (1)")->option_text("N");
-    command_line.add_option("BINARY", chosen.binary, "The program")->required()->option_text("");
-    command_line.add_option("BASELINE", chosen.baseline, "The program without the order")->option_text("");
-    return run_companion(command_line, argc, argv, [&] { return report(chosen); });
+    command_line.add_option("--order", request.order, "The order file that ordwell wrote")->option_text("ORDER_FILE");
+    add_list("--candidate", request.candidates, "Another order, whose worth is to be foretold; may be repeated")
+        ->option_text("ORDER_FILE");
+    CLI::Option* const first_run =
+        command_line
+            .add_option("--first-run", request.first_run, "The functions in the order of their first execution")
+            ->option_text("ORDER_FILE");
+    command_line.add_option("--read-ahead", request.read_ahead_kib, "What a fault of a cold start reads (128)")
+        ->needs(first_run)
+        ->check(CLI::Range(std::uint64_t{0}, std::uint64_t{1} << 40U))
+        ->option_text("KIB");
+    command_line.add_option("--html", wanted.html, "Write the report as a page; - is standard output")
+        ->option_text("FILE");
+    command_line.add_option("--json", wanted.json, "Write the report as JSON")->option_text("FILE");
+    command_line.add_option("--markdown", wanted.markdown, "Write the report for a merge request")->option_text("FILE");
+    const CLI::Validator is_percent(
+        [](std::string& text) {
+            double percent = 0;
+            return CLI::detail::lexical_cast(text, percent) && percent >= 0 && percent <= 100
+                       ? std::string()
+                       : text + " is no number from 0 to 100";
+        },
+        "");
+    for (const gate_row& row : gate_rows()) {
+        command_line.add_option("--" + std::string(row.key), request.gates.*row.wanted, row.doc)
+            ->check(is_percent)
+            ->option_text("PERCENT");
+    }
+    command_line.add_flag("--no-worse", request.gates.no_worse,
+                          "End with status 3 when the binary is worse than BASELINE, or than the first candidate");
+    command_line.add_option("--seed", request.seed, "Of the random orders to compare with (1)")->option_text("N");
+    command_line.add_option("BINARY", request.binary, "The program")->required()->option_text("");
+    command_line.add_option("BASELINE", request.baseline, "The program without the order")->option_text("");
+    command_line.final_callback([&] {
+        const std::string text = contradiction(request, wanted);
+        if (!text.empty()) {
+            throw CLI::ValidationError(text);
+        }
+    });
+    return run_companion(command_line, argc, argv,
+                         [&] { return report(command_line, request, wanted, command_of(argc, argv)); });
 }

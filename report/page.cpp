@@ -1,142 +1,190 @@
-// The JSON file, and the data that the page draws: the same figures, and besides the map of the code and the curves.
+// The page: report/page.html with its marked places filled. Everything is drawn here, as text, tables and SVG, so that the
+// page needs no script; a title stands on what a pointer may ask about, and a table tells the same to keyboard and reader.
+//
+//     <!--[headline]-->sample<!--[/headline]-->    becomes what fill_in("headline", ...) brings
+//
+// The pictures are in report/page_pictures.cpp. A page has at most some 1.3 MB: maps have at most 3,000 cells, lists at
+// most 200 lines, and names are cut.
 #include "report/page_html.h" // made from report/page.html by cmake/embed.cmake
-#include "report/result.h"
-
-#include <nlohmann/json.hpp>
+#include "report/page_pictures.h"
+#include "report/summary.h"
+#include "report/wording.h"
 
 #include <algorithm>
-#include <map>
 
 namespace {
 
-constexpr std::uint64_t page_size = 4096;
-constexpr std::uint64_t most_cells = 6000; // of the map: what an eye can follow and a small file can hold
-constexpr std::size_t most_listed = 1000;  // missing functions on the page
+constexpr std::size_t most_listed = 200;
+constexpr std::size_t longest_name = 120; // characters
 
-/// A stretch of the map.
-struct cell {
-    std::uint64_t calls = 0;     ///< that its functions make and get
-    std::uint64_t functions = 0; ///< called ones that start in it
-    std::uint64_t hottest_calls = 0;
-    std::uint32_t hottest = 0; ///< the function with most calls
-};
+std::string escaped(std::string_view bytes) {
+    return html_text(printable(bytes));
+}
 
-// The map of a binary's code: cells that hold nothing called are left out.
-nlohmann::ordered_json map_of(const called_code& code) {
-    const std::uint64_t first_page = code.low / page_size;
-    const std::uint64_t pages = code.high == 0 ? 0 : (code.high - 1) / page_size - first_page + 1;
-    const std::uint64_t pages_per_cell = std::max<std::uint64_t>((pages + most_cells - 1) / most_cells, 1);
-    std::vector<std::uint64_t> calls(code.functions.size());
-    for (const counted_calls& c : code.calls) {
-        calls[c.first] += c.count;
-        calls[c.second] += c.count;
+// Replaces the sample between the marks of a place.
+void fill_in(std::string& page, const std::string& place, const std::string& html) {
+    const std::string start_mark = "<!--[" + place + "]-->";
+    const std::size_t start = page.find(start_mark);
+    const std::size_t end = page.find("<!--[/" + place + "]-->", start);
+    page.replace(start, end + start_mark.size() + 1 - start, html);
+}
+
+const char* class_of(int better) {
+    return better > 0 ? "good" : better < 0 ? "bad" : "plain";
+}
+
+std::string verdict_html(const verdict& judgement) {
+    const verdict_row& row = row_of(judgement);
+    const char* const kind = judgement.word == std::string_view("none") ? "plain" : row.is_good ? "good" : "bad";
+    return "<header class=\"" + std::string(kind) + "\">\n<h1 title=\"" + html_text(row.doc) + "\">" + judgement.word +
+           "</h1>\n<p class=\"why\">" + escaped(judgement.why) + ".</p>\n<p class=\"advice\">" +
+           escaped(judgement.advice) + ".</p>\n</header>";
+}
+
+std::string headline_html(const report_result& result) {
+    std::string html;
+    for (const headline_row& row : headline(result)) {
+        html += "<li title=\"" + html_text(row.figure->doc) + "\">" + html_text(title_of(*row.figure)) + "<b>" +
+                row.from + " → " + row.to + "</b><i class=\"" + class_of(row.better) + "\">" + row.change +
+                "</i></li>\n";
     }
-    std::map<std::uint64_t, cell> cells;
-    for (std::uint32_t i = 0; i < code.functions.size(); ++i) {
-        cell& c = cells[(code.functions[i].address / page_size - first_page) / pages_per_cell];
-        c.calls += calls[i];
-        if (c.functions++ == 0 || calls[i] > c.hottest_calls) {
-            c.hottest_calls = calls[i];
-            c.hottest = i;
+    return html;
+}
+
+std::string gates_html(const report_result& result) {
+    if (result.gates.empty()) {
+        return {};
+    }
+    std::string html = "<section aria-labelledby=\"gates\">\n<h2 id=\"gates\">Gates</h2>\n<ul>\n";
+    for (const gate& gate : result.gates) {
+        html += "<li>" + escaped(describe(gate)) + ": <b class=\"" + (gate.met ? "good\">met" : "bad\">not met") +
+                "</b></li>\n";
+    }
+    return html + "</ul>\n</section>";
+}
+
+std::string cell_html(const std::string& text, bool is_best) {
+    return (is_best ? "<td class=\"best\">" : "<td>") + html_text(text) + "</td>";
+}
+
+std::string table_html(const table& rows, const std::string& label, const std::vector<std::vector<bool>>& best) {
+    std::string html = "<div class=\"scroll\" tabindex=\"0\" role=\"region\" aria-label=\"" + label + "\"><table>";
+    if (!rows.head.back().empty()) {
+        html += "<thead><tr><th scope=\"col\">Figure</th>";
+        for (std::size_t i = 1; i < rows.head.size(); ++i) {
+            html += "<th scope=\"col\" title=\"" + html_text(rows.head[i]) + "\">" +
+                    html_text(shortened(rows.head[i], longest_name)) + "</th>";
         }
+        html += "</tr></thead>";
     }
-    nlohmann::ordered_json list = nlohmann::ordered_json::array();
-    for (const auto& [index, c] : cells) {
-        constexpr std::size_t longest_name = 120;
-        list.push_back({index, c.calls, c.functions, demangled(code.names[c.hottest]).substr(0, longest_name)});
+    html += "\n<tbody>\n";
+    for (std::size_t i = 0; i < rows.rows.size(); ++i) {
+        const std::vector<std::string>& cells = rows.rows[i];
+        const std::string doc = rows.docs[i] == nullptr ? "" : " title=\"" + html_text(rows.docs[i]) + "\"";
+        html += "<tr" + doc + "><th scope=\"row\">" + html_text(cells[0]) + "</th>";
+        for (std::size_t column = 1; column < cells.size(); ++column) {
+            html += cell_html(cells[column], !best.empty() && best[i][column]);
+        }
+        html += "</tr>\n";
     }
-    return {{"address", first_page * page_size},
-            {"cells", (pages + pages_per_cell - 1) / pages_per_cell},
-            {"pages_per_cell", pages_per_cell},
-            {"called", std::move(list)}};
+    return html + "</tbody></table></div>";
 }
 
-nlohmann::ordered_json drawn(const measured_binary& binary) {
-    nlohmann::ordered_json curve = nlohmann::ordered_json::array();
-    for (const distance_share& point : distance_curve(binary.code)) {
-        curve.push_back({point.distance, point.share});
+// Which cells of the table of figures are the best of the real and predicted layouts.
+std::vector<std::vector<bool>> best_cells(const report_result& result, const table& rows) {
+    std::vector<std::pair<std::size_t, const figures*>> columns = {{1, &result.binary.layout}};
+    std::size_t next = 2;
+    if (result.baseline.has_value()) {
+        columns.emplace_back(next++, &result.baseline->layout);
     }
-    return {{"path", binary.path}, {"map", map_of(binary.code)}, {"curve", std::move(curve)}};
-}
-
-// The table as rows of texts, formatted as the terminal has it.
-nlohmann::ordered_json table_of(const report_result& result) {
-    nlohmann::ordered_json table = nlohmann::ordered_json::array();
-    const nlohmann::ordered_json bound = bound_of(result.binary.layout);
+    next += 3; // random, its deviation, bound
+    for (const candidate& one : result.candidates) {
+        columns.emplace_back(next++, &one.layout);
+    }
+    std::vector<std::vector<bool>> best;
     for (const figure_row& row : figure_rows()) {
-        nlohmann::ordered_json line = {{"key", row.key}, {"title", row.title}, {"unit", row.unit}};
-        line["binary"] = format_figure(row.value(result.binary.layout), row.unit);
-        if (result.baseline.has_value()) {
-            line["baseline"] = format_figure(row.value(result.baseline->layout), row.unit);
+        if (best.size() == rows.rows.size()) {
+            break; // the figures of a cold start are left out
         }
-        line["random"] = format_figure(row.value(result.random), row.unit);
-        line["bound"] = bound.contains(row.key) ? format_figure(bound[row.key].get<double>(), row.unit) : "";
-        table.push_back(std::move(line));
+        std::vector<bool>& line = best.emplace_back(rows.head.size());
+        std::optional<double> least;
+        for (const auto& [column, layout] : columns) {
+            const std::optional<double>& value = (*layout)[row.which];
+            if (value.has_value() && row.better != 0) {
+                const double cost = -row.better * *value;
+                least = least.has_value() ? std::min(*least, cost) : cost;
+            }
+        }
+        for (const auto& [column, layout] : columns) {
+            const std::optional<double>& value = (*layout)[row.which];
+            line[column] =
+                columns.size() > 1 && least.has_value() && value.has_value() && -row.better * *value == *least;
+        }
     }
-    return table;
+    return best;
 }
 
-// Text that may stand inside a script element, whatever bytes the names have.
-std::string dumped(const nlohmann::ordered_json& data) {
-    std::string text = data.dump(-1, ' ', true, nlohmann::ordered_json::error_handler_t::replace);
-    for (std::size_t at = 0; (at = text.find('<', at)) != std::string::npos;) {
-        text.replace(at, 1, "\\u003c");
+std::string order_html(const placement& order) {
+    return "<section aria-labelledby=\"order\">\n<h2 id=\"order\">The order in the binary</h2>\n" +
+           table_html(order_table(order), "the order in the binary", {}) + "\n</section>";
+}
+
+std::string missing_html(const placement& order) {
+    if (order.missing.empty()) {
+        return {};
     }
-    return text;
+    std::string html =
+        "<section aria-labelledby=\"missing\">\n<h2 id=\"missing\">Missing functions</h2>\n<p class=\"quiet\">" +
+        html_text(missing_sums(order)) +
+        "</p>\n<div class=\"scroll\" tabindex=\"0\" role=\"region\" "
+        "aria-label=\"missing functions\"><table class=\"names\"><thead><tr><th scope=\"col\">Function</th>"
+        "<th scope=\"col\">Reason</th></tr></thead>\n<tbody>\n";
+    for (std::size_t i = 0; i < std::min(order.missing.size(), most_listed); ++i) {
+        const missing_name& name = order.missing[i];
+        html += "<tr><td>" + html_text(shortened(readable_name(name.name), longest_name)) + "</td><td>" +
+                html_text(missing_reasons[static_cast<std::size_t>(name.reason)].title) + "</td></tr>\n";
+    }
+    html += "</tbody></table></div>\n";
+    if (order.missing.size() > most_listed) {
+        html += "<p class=\"quiet\">and " + grouped(static_cast<std::uint64_t>(order.missing.size() - most_listed)) +
+                " more, which the JSON file lists</p>\n";
+    }
+    return html + "</section>";
+}
+
+std::string file_line(const char* title, const measured_binary& binary) {
+    return std::string(title) + escaped(binary.path) + ", build ID " +
+           (binary.build_id.empty() ? "unknown" : binary.build_id) + "<br>\n";
+}
+
+std::string made_html(const report_result& result, const std::string& command) {
+    constexpr std::size_t longest_command = 4000;
+    std::string html =
+        "<pre>" + html_text(shortened(printable(command), longest_command)) + "</pre>\n<p class=\"quiet\">";
+    html += file_line("Binary: ", result.binary);
+    if (result.baseline.has_value()) {
+        html += file_line("Baseline: ", *result.baseline);
+    }
+    return html + "ordwell-report " ORDWELL_VERSION "</p>";
 }
 
 } // namespace
 
-nlohmann::ordered_json to_json(const report_result& result) {
-    nlohmann::ordered_json json = nlohmann::ordered_json::object();
-    if (result.is_incomplete) {
-        json["incomplete"] = true;
-    }
-    if (result.order.has_value()) {
-        const placement& order = *result.order;
-        nlohmann::ordered_json missing = nlohmann::ordered_json::array();
-        for (const missing_function& function : order.missing) {
-            missing.push_back({{"name", function.name}, {"reason", function.reason}});
-        }
-        json["order"] = {{"names", order.names},          {"found", order.found},
-                         {"missing", std::move(missing)}, {"several_definitions", order.several_definitions},
-                         {"in_order", order.in_order},    {"placed", order.placed},
-                         {"foreign", order.foreign}};
-    }
-    json["binary"] = to_json(result.binary.layout);
-    if (result.baseline.has_value()) {
-        json["baseline"] = to_json(result.baseline->layout);
-    }
-    json["random"] = to_json(result.random);
-    json["bound"] = bound_of(result.binary.layout);
-    return json;
-}
-
-std::string to_page(const report_result& result) {
-    nlohmann::ordered_json data = to_json(result);
-    if (result.order.has_value()) {
-        data["order"]["missing_count"] = result.order->missing.size();
-        nlohmann::ordered_json& missing = data["order"]["missing"];
-        if (missing.size() > most_listed) {
-            missing.erase(missing.begin() + static_cast<std::ptrdiff_t>(most_listed), missing.end());
-        }
-        for (nlohmann::ordered_json& function : missing) {
-            function["name"] = demangled(function["name"].get<std::string>());
-        }
-    }
-    data["sentences"] = sentences(result);
-    data["table"] = table_of(result);
-    data["drawn"] = {{"binary", drawn(result.binary)}};
-    if (result.baseline.has_value()) {
-        data["drawn"]["baseline"] = drawn(*result.baseline);
-    }
-    // The page as a developer opens it has data of its own between these two marks.
-    constexpr std::string_view start_mark = "<script id=\"data\" type=\"application/json\">";
-    constexpr std::string_view end_mark = "</script>";
-    const std::string_view page(page_html);
-    const std::size_t start = page.find(start_mark) + start_mark.size();
-    std::string text(page.substr(0, start));
-    text += dumped(data);
-    text += page.substr(page.find(end_mark, start));
-    return text;
+std::string to_page(const report_result& result, const std::string& command) {
+    std::string page = page_html;
+    const table figures = figure_table(result);
+    fill_in(page, "verdict", verdict_html(result.judgement));
+    fill_in(page, "against", "Against " + escaped(compared_with(result)));
+    fill_in(page, "headline", headline_html(result));
+    fill_in(page, "calls", html_text(calls_line(result)));
+    fill_in(page, "gates", gates_html(result));
+    fill_in(page, "legend", map_legend(result));
+    fill_in(page, "maps", maps(result));
+    fill_in(page, "curve", curves(result));
+    fill_in(page, "faults", fault_pictures(result));
+    fill_in(page, "figures", table_html(figures, "the figures", best_cells(result, figures)));
+    fill_in(page, "order", result.order.has_value() ? order_html(*result.order) : "");
+    fill_in(page, "missing", result.order.has_value() ? missing_html(*result.order) : "");
+    fill_in(page, "command", made_html(result, command));
+    return page;
 }

@@ -1,98 +1,214 @@
 #include "report/placement.h"
 
-#include "report/called_code.h"
-
 #include <algorithm>
 #include <unordered_map>
 #include <unordered_set>
 
 namespace {
 
-/// What is known of a name of the order.
-struct known_name {
-    std::uint64_t lowest = UINT64_MAX; ///< address; valid if is_function
-    bool is_function = false;
-    bool has_several = false;
-    bool is_undefined = false;
-    bool is_other = false; ///< defined, but no function of known size
+/// A function whose order counts.
+struct ranked_place {
+    std::uint32_t rank; ///< number of its name in the order
+    extent place;
 };
 
-/// The longest sequence of never falling numbers among `addresses`: its length, and its first and last number.
-struct sequence {
-    std::size_t length = 0;
-    std::uint64_t first = 0;
-    std::uint64_t last = 0;
-};
-
-// By patience sorting: of all sequences of one length the one with the smallest end is kept.
-sequence longest_rising(const std::vector<std::uint64_t>& addresses) {
-    struct end_of_sequence {
-        std::uint64_t last;
-        std::uint64_t first;
-    };
-    std::vector<end_of_sequence> ends; // by length - 1
-    for (const std::uint64_t address : addresses) {
-        const auto longer = std::upper_bound(ends.begin(), ends.end(), address,
-                                             [](std::uint64_t a, const end_of_sequence& end) { return a < end.last; });
-        const std::uint64_t first = longer == ends.begin() ? address : (longer - 1)->first;
+// The length of the longest rising sequence: of all sequences of one length the smallest end is kept.
+std::uint64_t longest_rising(const std::vector<std::uint64_t>& numbers) {
+    std::vector<std::uint64_t> ends; // by length - 1
+    for (const std::uint64_t number : numbers) {
+        const auto longer = std::lower_bound(ends.begin(), ends.end(), number);
         if (longer == ends.end()) {
-            ends.push_back({address, first});
+            ends.push_back(number);
         } else {
-            *longer = {address, first};
+            *longer = number;
         }
     }
-    return ends.empty() ? sequence() : sequence{ends.size(), ends.back().first, ends.back().last};
+    return ends.size();
+}
+
+// The found functions without folded ones, in the order's order.
+std::vector<ranked_place> ranked_places(const name_list& list) {
+    std::vector<ranked_place> ranked;
+    std::unordered_set<std::uint64_t> taken;
+    for (std::uint32_t rank = 0; rank < list.names.size(); ++rank) {
+        const listed_name& name = list.names[rank];
+        if (name.count != 0 && taken.insert(list.places[name.first].address).second) {
+            ranked.push_back({rank, list.places[name.first]});
+        }
+    }
+    return ranked;
+}
+
+void sort_by_address(std::vector<ranked_place>& ranked) {
+    std::sort(ranked.begin(), ranked.end(),
+              [](const ranked_place& a, const ranked_place& b) { return a.place.address < b.place.address; });
+}
+
+// Extents merged where they touch or overlap, ascending.
+std::vector<extent> merged(std::vector<extent> places) {
+    std::sort(places.begin(), places.end(), [](const extent& a, const extent& b) { return a.address < b.address; });
+    std::vector<extent> result;
+    for (const extent& place : places) {
+        if (result.empty() || result.back().end() < place.address) {
+            result.push_back(place);
+        } else {
+            result.back().size = std::max(result.back().end(), place.end()) - result.back().address;
+        }
+    }
+    return result;
+}
+
+/// Finds out why names are missing; what is expensive to know is gathered at the first question.
+class missing_explainer {
+public:
+    explicit missing_explainer(const function_table& binary) : binary_(binary) {}
+
+    missing_reason explain(const listed_name& name) {
+        if (name.is_other) {
+            return missing_reason::no_function;
+        }
+        if (name.is_undefined) {
+            return missing_reason::undefined;
+        }
+        if (!has_cold_parts_) {
+            gather_cold_parts();
+        }
+        if (cold_parts_.contains(name.name)) {
+            return missing_reason::cold_part;
+        }
+        return binary_.is_demangled(name.name) ? missing_reason::mangled : missing_reason::absent;
+    }
+
+private:
+    // GCC calls the cold part of f "f.cold", and until version 8 "f.cold.17".
+    void gather_cold_parts() {
+        constexpr std::string_view mark = ".cold";
+        for (const elf_symbol& symbol : binary_.symbols()) {
+            const std::size_t at = symbol.name.rfind(mark);
+            if (is_placed_function(symbol) && at != std::string_view::npos &&
+                symbol.name.find_first_not_of(".0123456789", at + mark.size()) == std::string_view::npos) {
+                cold_parts_.insert(symbol.name.substr(0, at));
+            }
+        }
+        has_cold_parts_ = true;
+    }
+
+    const function_table& binary_;
+    std::unordered_set<std::string_view> cold_parts_; ///< the names of the functions
+    bool has_cold_parts_ = false;
+};
+
+// The function with most bytes in a hole, the lowest of equal ones.
+std::optional<std::string> main_function(const hole& hole, const function_table& binary) {
+    const elf_symbol* chosen = nullptr;
+    std::uint64_t most = 0;
+    for (const elf_symbol& symbol : binary.symbols()) {
+        if (!is_placed_function(symbol)) {
+            continue;
+        }
+        const std::uint64_t start = std::max(symbol.address, hole.address);
+        const std::uint64_t end = std::min(symbol.address + symbol.size, hole.address + hole.bytes);
+        const std::uint64_t bytes = end > start ? end - start : 0;
+        if (bytes > most || (bytes == most && bytes != 0 && symbol.address < chosen->address)) {
+            chosen = &symbol;
+            most = bytes;
+        }
+    }
+    return chosen == nullptr ? std::nullopt : std::optional(std::string(chosen->name));
+}
+
+// What lies between the first and the last of the counted functions and belongs to no name of the order.
+void measure_gaps(const function_table& binary, placement& result) {
+    std::uint64_t at = result.low;
+    hole largest = {0, 0, std::nullopt};
+    const auto end_hole = [&](std::uint64_t end) {
+        if (end > at) {
+            result.gap_bytes += end - at;
+            if (end - at > largest.bytes) {
+                largest = {at, end - at, std::nullopt};
+            }
+        }
+    };
+    for (const extent& owned : result.owned) {
+        end_hole(std::min(owned.address, result.high));
+        at = std::max(at, owned.end());
+    }
+    end_hole(result.high);
+    if (largest.bytes != 0) {
+        largest.function = main_function(largest, binary);
+        result.largest_hole = std::move(largest);
+    }
+    std::unordered_set<std::uint64_t> foreign;
+    for (const elf_symbol& symbol : binary.symbols()) {
+        if (is_placed_function(symbol) && symbol.address >= result.low && symbol.address < result.high) {
+            const auto behind =
+                std::upper_bound(result.owned.begin(), result.owned.end(), symbol.address,
+                                 [](std::uint64_t address, const extent& owned) { return address < owned.address; });
+            if (behind == result.owned.begin() || (behind - 1)->end() <= symbol.address) {
+                foreign.insert(symbol.address);
+            }
+        }
+    }
+    result.foreign = foreign.size();
+}
+
+// Neighbours by address whose order is not the list's, and how many of them the baseline has as neighbours, too.
+void count_falls(const std::vector<ranked_place>& by_address, const std::vector<std::string>& order,
+                 const function_table* baseline, placement& result) {
+    std::unordered_map<std::uint32_t, std::uint32_t> follower; // in the baseline, by rank
+    if (baseline != nullptr) {
+        const name_list list = look_up(order, *baseline);
+        std::vector<ranked_place> before = ranked_places(list);
+        sort_by_address(before);
+        for (std::size_t i = 1; i < before.size(); ++i) {
+            follower[before[i - 1].rank] = before[i].rank;
+        }
+    }
+    result.has_baseline = baseline != nullptr;
+    for (std::size_t i = 1; i < by_address.size(); ++i) {
+        if (by_address[i - 1].rank > by_address[i].rank) {
+            ++result.falls;
+            const auto entry = follower.find(by_address[i - 1].rank);
+            result.kept_falls += entry != follower.end() && entry->second == by_address[i].rank ? 1 : 0;
+        }
+    }
 }
 
 } // namespace
 
-placement find_placement(const std::vector<std::string>& order, const function_table& binary) {
-    std::unordered_map<std::string_view, known_name> known;
-    for (const std::string& name : order) {
-        known.emplace(name, known_name());
-    }
-    std::unordered_set<std::uint64_t> ordered_addresses;
-    for (const elf_symbol& symbol : binary.symbols()) {
-        const auto entry = known.find(symbol.name);
-        if (entry == known.end()) {
+placement find_placement(const std::vector<std::string>& order, const function_table& binary,
+                         const function_table* baseline) {
+    const name_list list = look_up(order, binary);
+    placement result;
+    result.names = list.names.size();
+    missing_explainer explainer(binary);
+    for (const listed_name& name : list.names) {
+        if (name.count != 0) {
+            ++result.found;
             continue;
         }
-        known_name& name = entry->second;
-        if (is_placed_function(symbol)) {
-            name.has_several |= name.is_function && name.lowest != symbol.address;
-            name.is_function = true;
-            name.lowest = std::min(name.lowest, symbol.address);
-            ordered_addresses.insert(symbol.address);
-        } else {
-            (symbol.kind == symbol_kind::undefined ? name.is_undefined : name.is_other) = true;
-        }
+        const missing_reason reason = explainer.explain(name);
+        result.missing.push_back({std::string(name.name), reason});
+        ++result.missing_sums[static_cast<std::size_t>(reason)];
     }
-
-    placement result;
-    result.names = order.size();
+    std::vector<ranked_place> ranked = ranked_places(list);
+    result.folded = result.found - ranked.size();
     std::vector<std::uint64_t> addresses;
-    for (const std::string& text : order) {
-        const known_name& name = known.at(text);
-        if (name.is_function) {
-            ++result.found;
-            result.several_definitions += name.has_several ? 1 : 0;
-            addresses.push_back(name.lowest);
-        } else {
-            result.missing.push_back({text, name.is_other       ? "not a function"
-                                            : name.is_undefined ? "undefined: bound in a shared library"
-                                                                : "not there"});
-        }
+    for (const ranked_place& function : ranked) {
+        addresses.push_back(function.place.address);
     }
-    const sequence longest = longest_rising(addresses);
-    result.in_order = longest.length;
-    result.placed = order.empty() ? 0 : 100.0 * static_cast<double>(longest.length) / static_cast<double>(order.size());
-    std::unordered_set<std::uint64_t> foreign;
-    for (const elf_symbol& symbol : binary.symbols()) {
-        if (is_placed_function(symbol) && symbol.address > longest.first && symbol.address < longest.last &&
-            !ordered_addresses.contains(symbol.address)) {
-            foreign.insert(symbol.address);
+    result.in_order = longest_rising(addresses);
+    std::reverse(addresses.begin(), addresses.end());
+    result.in_reverse = longest_rising(addresses);
+    sort_by_address(ranked);
+    if (!ranked.empty()) {
+        result.low = ranked.front().place.address;
+        for (const ranked_place& function : ranked) {
+            result.high = std::max(result.high, function.place.end());
         }
+        result.owned = merged(list.places);
+        measure_gaps(binary, result);
     }
-    result.foreign = foreign.size();
+    count_falls(ranked, order, baseline, result);
     return result;
 }

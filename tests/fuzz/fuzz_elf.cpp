@@ -6,8 +6,6 @@
 #include "support/failure.h"
 #include "tests/fuzz/fuzz.h"
 
-#include <nlohmann/json.hpp>
-
 namespace {
 
 // What the programs do with a file as a linked program.
@@ -26,14 +24,27 @@ void report_on(const std::string& path) {
         }
     }
     report_result result;
-    result.order = find_placement(order, functions);
-    require(result.order->in_order <= result.order->found && result.order->found <= order.size(), "placement adds up");
-    result.binary = {path, find_called_code(calls, functions, path), {}};
-    result.binary.layout = measure(result.binary.code);
-    result.random = measure_random(result.binary.code, 1);
-    const nlohmann::ordered_json bound = bound_of(result.binary.layout);
-    require(bound["pages_4k"].get<double>() <= result.random.pages_4k, "nothing beats the bound");
-    require(to_text(result).size() + to_page(result).size() > to_json(result).size(), "all is written");
+    result.binary.path = path;
+    result.binary.code = find_called_code(calls, functions, path);
+    const called_code& code = result.binary.code;
+    result.order = find_placement(order, functions, &functions);
+    require(result.order->in_order <= result.order->counted() && result.order->found <= order.size(),
+            "placement adds up");
+    require(result.order->falls == result.order->kept_falls, "a program is its own baseline");
+    result.judgement = judge({&*result.order, path, code.inner_calls, code.all_calls});
+    layout_meter meter(code, 16384);
+    const name_list list = look_up(order, functions);
+    result.binary.layout = meter.measure({code.functions, {}, {}, functions.segments()});
+    result.binary.map = map_code(code, meter.heat(), pages_per_cell(code));
+    result.random = measure_random(code, meter, {}, 1);
+    result.bound = bound_of(result.binary.layout);
+    result.candidates.push_back({path, meter.measure(predict(code, list, nullptr))});
+    const auto pages = [](const figures& layout) { return *layout[figure::pages_4k]; };
+    require(pages(result.bound) <= pages(result.random.mean) &&
+                pages(result.bound) <= pages(result.candidates[0].layout),
+            "nothing beats the bound");
+    require(to_text(result).size() + to_page(result, "").size() + to_markdown(result).size() > 1000, "all is written");
+    to_json(result);
 }
 
 template <typename Work>
