@@ -32,8 +32,8 @@ int report(const CLI::App& command_line, const report_request& request, const ou
     check_outputs({std::begin(paths), std::end(paths)}, inputs);
     const report_result result = make_report(request);
 
-    std::vector<std::unique_ptr<output_file>> files; // standard output, which has the text unless it has a file, last
-    std::string text = to_text(result);
+    std::vector<std::unique_ptr<output_file>> files;
+    std::string text = to_text(result); // for standard output, unless a file goes there
     for (const std::string& path : paths) {
         if (path.empty()) {
             continue;
@@ -48,13 +48,14 @@ int report(const CLI::App& command_line, const report_request& request, const ou
             files.back()->write(bytes);
         }
     }
-    files.push_back(std::make_unique<output_file>("-"));
-    files.back()->write(text);
     std::vector<output_file*> together;
     for (const std::unique_ptr<output_file>& file : files) {
         together.push_back(file.get());
     }
     finish_together(together);
+    output_file standard_output("-");
+    standard_output.write(text);
+    standard_output.finish();
 
     int status = 0;
     for (const gate& gate : result.gates) {

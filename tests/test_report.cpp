@@ -290,7 +290,7 @@ TEST_F(ReportProgram, ForetellsACandidate) {
                        " -fuse-ld=lld -Wl,--symbol-ordering-file=list -o q")
                   .status,
               0);
-    const json got = report("--calls=calls.csv --candidate=other --candidate=order --no-worse p");
+    const json got = report("--calls=calls.csv --candidate=other --candidate=order --no-worse p", 3);
     const json linked = report("--calls=calls.csv q");
     EXPECT_EQ(got["layouts"]["candidates"].size(), 2U);
     EXPECT_EQ(got["layouts"]["candidates"][0]["path"], "other");
