@@ -267,7 +267,7 @@ std::string bytes_text(double bytes) {
 struct plane {
     static constexpr double width = 400;
     static constexpr double height = 250;
-    static constexpr double left = 44;
+    static constexpr double left = 58;
     static constexpr double right = 10;
     static constexpr double top = 8;
     static constexpr double bottom = 38;
@@ -399,8 +399,9 @@ std::string fault_pictures(const report_result& result) {
         legend_of(shown, " (squares)") + plane::start("Pages in the order of the faults; a table follows");
     for (int quarter = 0; quarter <= 4; ++quarter) {
         html += plane::row(quarter / 4.0, bytes_text(std::floor(height / 4 * quarter)));
-        html += plane::column(quarter / 4.0, std::to_string(static_cast<std::size_t>(
-                                                 std::round(static_cast<double>(count) / 4 * quarter))));
+        const double faults = std::round(static_cast<double>(count) / 4 * quarter);
+        html += plane::column(faults / static_cast<double>(count),
+                              coordinate(faults).substr(0, coordinate(faults).find('.')));
     }
     html += plane::title_below("faults");
     std::vector<std::vector<std::string>> rows;

@@ -111,7 +111,7 @@ table order_table(const placement& order) {
         "names that are no function of the binary");
     for (std::size_t i = 0; i < missing_reasons.size(); ++i) {
         if (order.missing_sums[i] != 0) {
-            add(("  " + std::string(missing_reasons[i].title)).c_str(), grouped(order.missing_sums[i]), nullptr);
+            add(("missing, " + std::string(missing_reasons[i].title)).c_str(), grouped(order.missing_sums[i]), nullptr);
         }
     }
     add("foreign functions between", grouped(order.foreign),
@@ -122,9 +122,9 @@ table order_table(const placement& order) {
         char address[32];
         std::snprintf(address, sizeof address, "0x%llx", static_cast<unsigned long long>(hole.address));
         constexpr std::size_t longest_name = 60;
-        add("largest hole", grouped(hole.bytes), "the longest run of such bytes");
-        add("  at", address, nullptr);
-        add("  most of it",
+        add("largest hole, bytes", grouped(hole.bytes), "the longest run of such bytes");
+        add("largest hole, address", address, nullptr);
+        add("largest hole, most of it",
             hole.function.has_value() ? shortened(readable_name(*hole.function), longest_name) : "padding", nullptr);
     }
     return made;
