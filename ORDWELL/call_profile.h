@@ -20,6 +20,7 @@
 #include "support/hash_index.h"
 #include "support/huge_pages.h"
 #include "support/prefetch.h"
+#include "support/seeded_hash.h"
 
 #include <cstdint>
 #include <memory_resource>
@@ -50,13 +51,6 @@ inline std::uint32_t saturating_sum(std::uint32_t a, std::uint32_t b) {
     return b > max_weight - a ? max_weight : a + b;
 }
 
-/// The hash of an unordered pair of numbers, for an index from pairs to edges.
-inline std::uint32_t hash_of_pair(std::uint32_t a, std::uint32_t b) {
-    const std::uint64_t key = a < b ? std::uint64_t{a} << 32U | b : std::uint64_t{b} << 32U | a;
-    const std::uint64_t product = (key ^ key >> 32U) * 0x9e3779b97f4a7c15U; // 2^64 / the golden ratio
-    return static_cast<std::uint32_t>((product ^ product >> 29U) * 0xbf58476d1ce4e5b9U >> 32U);
-}
-
 /// Function names and weighted edges as read.
 class call_profile {
 public:
@@ -78,6 +72,9 @@ public:
 
     /// The function of a name, added when it is new.
     std::uint32_t find_or_add(std::string_view name);
+
+    /// How much a look-up of a name that is not there looks at: hash_index::probes().
+    std::size_t probes(std::string_view name) const { return name_index_.probes(hash_of_bytes(name)); }
 
     /// The edges in the order of their creation.
     std::span<const call_edge> edges() const { return edges_; }

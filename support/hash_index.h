@@ -43,6 +43,18 @@ public:
         }
     }
 
+    /// How many buckets and numbers a look-up in vain under `hash` looks at; by names chosen to collide, all of them.
+    std::size_t probes(std::uint32_t hash) const {
+        std::size_t asked = 0;
+        std::size_t buckets = 0;
+        for (std::size_t i = home_of(hash);; i = next(i)) {
+            asked += static_cast<std::size_t>(std::popcount(buckets_[i].places_of(tag_of(hash))));
+            if (++buckets; !buckets_[i].has_overflowed()) {
+                return buckets + asked;
+            }
+        }
+    }
+
     /// Whether the next insert() needs room to be made before.
     bool is_full() const { return size_ == room(); }
 
