@@ -25,22 +25,24 @@ code_map map_code(const called_code& code, const std::vector<std::uint64_t>& hea
     map.cells = (page_count(code) + pages_per_cell - 1) / pages_per_cell;
     const auto cell_of = [&](std::uint64_t address) { return (address / page - first_page) / pages_per_cell; };
     constexpr std::uint32_t not_called = UINT32_MAX;
-    std::vector<map_cell> cells(map.cells, {0, 0, 0, not_called});
+    std::vector<map_cell> cells(map.cells, {0, 0, 0, ""});
+    std::vector<std::uint32_t> hottest(map.cells, not_called); // by cell, numbers of functions
     for (std::uint32_t i = 0; i < code.functions.size(); ++i) {
         const extent& function = code.functions[i];
         const std::uint64_t first = cell_of(function.address);
         cells[first].calls += heat[i];
         for (std::uint64_t c = first; c <= cell_of(function.end() - 1); ++c) {
             ++cells[c].functions;
-            if (cells[c].hottest == not_called || heat[i] > heat[cells[c].hottest]) {
-                cells[c].hottest = i;
+            if (hottest[c] == not_called || heat[i] > heat[hottest[c]]) {
+                hottest[c] = i;
             }
         }
     }
     for (std::uint64_t c = 0; c < map.cells; ++c) {
-        cells[c].index = c;
-        if (cells[c].hottest != not_called) {
-            map.called.push_back(cells[c]);
+        if (hottest[c] != not_called) {
+            cells[c].index = c;
+            cells[c].hottest = code.names[hottest[c]];
+            map.called.push_back(std::move(cells[c]));
         }
     }
     return map;

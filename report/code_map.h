@@ -8,6 +8,7 @@
 #include "report/called_code.h"
 
 #include <cstdint>
+#include <string>
 #include <vector>
 
 /// A cell of the map that a called function overlaps.
@@ -15,7 +16,7 @@ struct map_cell {
     std::uint64_t index;     ///< from the start of the map
     std::uint64_t calls;     ///< that its functions make and get; a function counts where it starts
     std::uint64_t functions; ///< called ones that overlap it
-    std::uint32_t hottest;   ///< the one of them with most calls, in called_code
+    std::string hottest;     ///< the one of them with most calls
 };
 
 struct code_map {

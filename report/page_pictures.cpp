@@ -220,8 +220,8 @@ private:
         const std::size_t longest = std::min<std::size_t>(name_bytes / map_.called.size(), 200);
         const bool hole = is_hole(cell.index);
         return addresses_of(map_, cell.index, cell.index) + ": " + counted(cell.calls, "call") + ", " +
-               counted(cell.functions, "called function") + ", most in " +
-               name_html(shown_.binary->code.names[cell.hottest], longest) + (hole ? "; none of the order" : "");
+               counted(cell.functions, "called function") + ", most in " + name_html(cell.hottest, longest) +
+               (hole ? "; none of the order" : "");
     }
 
     std::string busiest() const {
@@ -235,7 +235,7 @@ private:
         for (std::size_t i = 0; i < std::min(cells.size(), most_rows); ++i) {
             const map_cell& cell = *cells[i];
             rows.push_back({addresses_of(map_, cell.index, cell.index), grouped(cell.calls), grouped(cell.functions),
-                            name_html(shown_.binary->code.names[cell.hottest], 200)});
+                            name_html(cell.hottest, 200)});
         }
         return table_behind(cells.size() > most_rows
                                 ? "The " + std::to_string(most_rows) + " busiest cells as a table, of " +

@@ -28,18 +28,15 @@ std::string list_of(const std::vector<std::string>& paths) {
     return text;
 }
 
-measured_binary find_code(const std::string& path, const function_table& functions, const call_profile& calls,
-                          const std::vector<std::string>& calls_paths) {
-    measured_binary binary;
-    binary.path = path;
-    binary.build_id = functions.build_id();
-    binary.code = find_called_code(calls, functions, path);
-    if (binary.code.functions.empty()) {
+called_code find_code(const std::string& path, const function_table& functions, const call_profile& calls,
+                      const std::vector<std::string>& calls_paths) {
+    called_code code = find_called_code(calls, functions, path);
+    if (code.functions.empty()) {
         throw failure(list_of(calls_paths),
                       "none of its " + std::to_string(calls.function_count()) + " functions is in " + path +
                           ": give the program that was profiled, and names that are not demangled");
     }
-    return binary;
+    return code;
 }
 
 // The first places of the functions of a list that a binary has, in the list's order.
@@ -75,15 +72,21 @@ struct first_run_list {
 };
 
 // Measures a binary where its functions lie.
-void measure_binary(measured_binary& binary, const function_table& functions, layout_meter& meter,
-                    const std::optional<first_run_list>& first_run) {
-    placed_code layout = {binary.code.functions, {}, {}, functions.segments()};
+measured_binary measure_binary(const std::string& path, const function_table& functions, const called_code& code,
+                               layout_meter& meter, const std::optional<first_run_list>& first_run,
+                               std::uint64_t cell_pages) {
+    measured_binary binary;
+    binary.path = path;
+    binary.build_id = functions.build_id();
+    placed_code layout = {code.functions, {}, {}, functions.segments()};
     if (first_run.has_value()) {
         layout.first_run = first_places(look_up(first_run->names, functions), binary.first_names);
         binary.faults = cold_start(layout.first_run, layout.segments, first_run->read_ahead).faults(read_window::ahead);
     }
     binary.layout = meter.measure(layout);
-    binary.curve = distance_curve(binary.code);
+    binary.curve = distance_curve(code);
+    binary.map = map_code(code, meter.heat(), cell_pages);
+    return binary;
 }
 
 } // namespace
@@ -95,13 +98,13 @@ report_result make_report(const report_request& request) {
     read_calls(request.calls, graph);
     const call_profile& calls = *graph.profile();
     const function_table functions(request.binary);
-    result.binary = find_code(request.binary, functions, calls, request.calls);
+    const called_code code = find_code(request.binary, functions, calls, request.calls);
     std::optional<function_table> baseline_functions;
+    std::optional<called_code> baseline_code;
     if (!request.baseline.empty()) {
         baseline_functions.emplace(request.baseline);
-        result.baseline = find_code(request.baseline, *baseline_functions, calls, request.calls);
+        baseline_code = find_code(request.baseline, *baseline_functions, calls, request.calls);
     }
-    const called_code& code = result.binary.code;
     result.calls = {calls.row_count(), code.all_calls, percent_of(code.inner_calls, code.all_calls)};
 
     if (!request.order.empty()) {
@@ -126,14 +129,13 @@ report_result make_report(const report_request& request) {
         }
     }
     const std::uint64_t cell_pages =
-        std::max(pages_per_cell(code), result.baseline.has_value() ? pages_per_cell(result.baseline->code) : 1);
+        std::max(pages_per_cell(code), baseline_code.has_value() ? pages_per_cell(*baseline_code) : 1);
     layout_meter meter(code, read_ahead);
-    measure_binary(result.binary, functions, meter, first_run);
-    result.binary.map = map_code(code, meter.heat(), cell_pages);
-    if (result.baseline.has_value()) {
-        layout_meter baseline_meter(result.baseline->code, read_ahead);
-        measure_binary(*result.baseline, *baseline_functions, baseline_meter, first_run);
-        result.baseline->map = map_code(result.baseline->code, baseline_meter.heat(), cell_pages);
+    result.binary = measure_binary(request.binary, functions, code, meter, first_run, cell_pages);
+    if (baseline_code.has_value()) {
+        layout_meter baseline_meter(*baseline_code, read_ahead);
+        result.baseline = measure_binary(request.baseline, *baseline_functions, *baseline_code, baseline_meter,
+                                         first_run, cell_pages);
     }
     std::vector<std::uint32_t> first_called;
     if (first_names.has_value()) {

@@ -37,7 +37,6 @@ struct call_facts {
 struct measured_binary {
     std::string path;
     std::string build_id; ///< empty: none
-    called_code code;
     figures layout;
     code_map map;
     std::vector<distance_share> curve;

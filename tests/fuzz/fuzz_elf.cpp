@@ -25,8 +25,7 @@ void report_on(const std::string& path) {
     }
     report_result result;
     result.binary.path = path;
-    result.binary.code = find_called_code(calls, functions, path);
-    const called_code& code = result.binary.code;
+    const called_code code = find_called_code(calls, functions, path);
     result.order = find_placement(order, functions, &functions);
     require(result.order->in_order <= result.order->counted() && result.order->found <= order.size(),
             "placement adds up");
