@@ -1,44 +1,47 @@
 #include "binary/function_table.h"
 
+#include "binary/demangle.h"
 #include "support/failure.h"
 
 #include <algorithm>
-#include <cstdlib>
-#include <cxxabi.h>
+#include <functional>
 
 namespace {
 
-// A name without ".llvm.123" and ".lto_priv.0", wherever they stand in it.
+// How many symbols find() looks at: no more than a name ever has, but for a damaged file.
+constexpr std::size_t most_fits = 4096;
+
+// A name without the number of an addition such as ".llvm.123", wherever it stands in it, and without the addition;
+// demanglers put it into brackets.
+void remove_addition(std::string& name, std::string_view before, std::string_view behind) {
+    const std::size_t start = name.find(before);
+    if (start == std::string::npos) {
+        return;
+    }
+    const std::size_t number = start + before.size();
+    const std::size_t end = std::min(name.find_first_not_of("0123456789", number), name.size());
+    if (end > number && name.compare(end, behind.size(), behind) == 0) {
+        name.erase(start, end + behind.size() - start);
+    }
+}
+
 std::string without_additions(std::string_view name) {
     std::string plain(name);
-    for (const std::string_view addition : {".llvm.", ".lto_priv."}) {
-        const std::size_t start = plain.find(addition);
-        if (start == std::string::npos) {
-            continue;
-        }
-        const std::size_t number = start + addition.size();
-        const std::size_t end = std::min(plain.find_first_not_of("0123456789", number), plain.size());
-        if (end > number) {
-            plain.erase(start, end - start);
-        }
-    }
+    remove_addition(plain, ".llvm.", "");
+    remove_addition(plain, ".lto_priv.", "");
+    remove_addition(plain, " [clone .llvm.", "]");
+    remove_addition(plain, " [clone .lto_priv.", "]");
     return plain;
+}
+
+// Whether a mangled name is that of a part or copy that the compiler made of a function, such as "_Z1fi.part.0".
+bool is_clone(const elf_symbol& symbol) {
+    return without_additions(symbol.name).find('.') != std::string::npos;
 }
 
 } // namespace
 
-std::string demangled(std::string_view name) {
-    if (!name.starts_with("_Z")) {
-        return std::string(name);
-    }
-    int status = 0;
-    char* const text = abi::__cxa_demangle(std::string(name).c_str(), nullptr, nullptr, &status);
-    std::string readable = text == nullptr ? std::string(name) : text;
-    std::free(text);
-    return readable;
-}
-
-function_table::function_table(const std::string& path) {
+function_table::function_table(const std::string& path) : path_(path) {
     bool is_first = true;
     visit_elf_objects(path, [&](const elf_object& object) {
         if (!is_first || object.label() != path) {
@@ -70,74 +73,104 @@ function_table::function_table(const std::string& path) {
     });
 }
 
-void function_table::index_names() const {
+const std::vector<linked_function>& function_table::functions() const {
     if (!functions_.empty()) {
-        return;
+        return functions_;
     }
-    for (const elf_symbol& symbol : symbols_) {
-        if (symbol.kind == symbol_kind::function && functions_.insert(symbol.name).second) {
-            const auto [entry, is_only] = plain_.emplace(without_additions(symbol.name), symbol.name);
-            entry->second = is_only ? symbol.name : std::string_view();
-        }
-    }
-}
-
-void function_table::index_addresses() const {
-    if (!by_address_.empty()) {
-        return;
-    }
+    std::vector<const elf_symbol*> by_address;
     for (const elf_symbol& symbol : symbols_) {
         if (symbol.kind == symbol_kind::function) {
-            by_address_.push_back(&symbol);
+            by_address.push_back(&symbol);
         }
     }
-    std::stable_sort(by_address_.begin(), by_address_.end(),
-                     [](const elf_symbol* a, const elf_symbol* b) { return a->address < b->address; });
-}
-
-std::string_view function_table::find(std::string_view name) const {
-    index_names();
-    if (const auto exact = functions_.find(name); exact != functions_.end()) {
-        return *exact;
+    std::stable_sort(by_address.begin(), by_address.end(), [](const elf_symbol* a, const elf_symbol* b) {
+        return a->address != b->address ? a->address < b->address : a->is_global && !b->is_global;
+    });
+    for (const elf_symbol* const symbol : by_address) {
+        if (functions_.empty() || functions_.back().address != symbol->address) {
+            functions_.push_back({symbol->address, symbol->size, symbol->name});
+        }
+        functions_.back().size = std::max(functions_.back().size, symbol->size);
     }
-    const auto similar = plain_.find(without_additions(name));
-    return similar == plain_.end() ? std::string_view() : similar->second;
+    return functions_;
 }
 
-std::string_view function_table::at(std::uint64_t address, std::string_view preferred) const {
-    index_addresses();
-    const auto behind = std::upper_bound(by_address_.begin(), by_address_.end(), address,
-                                         [](std::uint64_t a, const elf_symbol* b) { return a < b->address; });
-    const elf_symbol* chosen = nullptr;
-    for (auto candidate = behind; candidate != by_address_.begin();) {
-        const elf_symbol& symbol = **--candidate;
-        if (symbol.address != (*(behind - 1))->address) {
-            break; // functions do not lie inside each other
+const linked_function* function_table::nearest(std::uint64_t address) const {
+    const auto behind = std::upper_bound(functions().begin(), functions().end(), address,
+                                         [](std::uint64_t a, const linked_function& b) { return a < b.address; });
+    return behind == functions_.begin() ? nullptr : &*(behind - 1);
+}
+
+const linked_function* function_table::at(std::uint64_t address) const {
+    const linked_function* const found = nearest(address); // functions do not lie inside each other
+    const bool is_in = found != nullptr && address - found->address < std::max<std::uint64_t>(found->size, 1);
+    return is_in ? found : nullptr;
+}
+
+// Calls visit(text) for a form of a symbol's name; demangled ones have two.
+void function_table::visit_forms(const elf_symbol& symbol, known_form form, const auto& visit) const {
+    if (form == known_form::as_it_stands) {
+        visit(symbol.name);
+    } else if (form == known_form::without_additions) {
+        visit(std::string_view(without_additions(symbol.name)));
+    } else if (const std::string plain = without_additions(symbol.name);
+               plain.starts_with("_Z") || plain.starts_with("_R")) {
+        const std::string with_parameters = demangled(plain);
+        const std::string without = demangled_without_parameters(plain);
+        if (with_parameters != plain) {
+            visit(std::string_view(with_parameters));
         }
-        if (address - symbol.address >= std::max<std::uint64_t>(symbol.size, 1)) {
-            continue;
-        }
-        if (symbol.name == preferred) {
-            return preferred;
-        }
-        if (chosen == nullptr || symbol.is_global || !chosen->is_global) { // walked backwards: the first one wins
-            chosen = &symbol;
+        if (without != plain && without != with_parameters) {
+            visit(std::string_view(without));
         }
     }
-    return chosen == nullptr ? std::string_view() : chosen->name;
 }
 
-bool function_table::is_demangled(std::string_view name) const {
-    index_names();
-    if (demangled_.empty()) {
-        demangled_.insert("");
-        for (const std::string_view function : functions_) {
-            std::string readable = demangled(function);
-            if (readable != function) {
-                demangled_.insert(readable.substr(0, readable.find('(')));
-                demangled_.insert(std::move(readable));
+const function_table::name_index& function_table::index_of(known_form form) const {
+    std::optional<name_index>& made = indexes_[static_cast<std::size_t>(form)];
+    if (!made.has_value()) {
+        name_index& index = made.emplace();
+        for (std::uint32_t i = 0; i < symbols_.size(); ++i) {
+            if (symbols_[i].kind == symbol_kind::function) {
+                visit_forms(symbols_[i], form, [&](std::string_view text) {
+                    index.push_back({std::hash<std::string_view>()(text), i});
+                });
             }
         }
+        std::sort(index.begin(), index.end(), [](const name_entry& a, const name_entry& b) {
+            return a.hash != b.hash ? a.hash < b.hash : a.symbol < b.symbol;
+        });
     }
-    return !name.empty() && demangled_.contains(std::string(name));
+    return *made;
+}
+
+std::vector<const linked_function*> function_table::find(std::string_view name, known_form form) const {
+    const std::string wanted = form == known_form::as_it_stands ? std::string(name) : without_additions(name);
+    const name_index& index = index_of(form);
+    const std::size_t hash = std::hash<std::string_view>()(wanted);
+    std::vector<const elf_symbol*> symbols;
+    for (auto entry = std::lower_bound(index.begin(), index.end(), hash,
+                                       [](const name_entry&e, std::size_t h) { return e.hash < h; });
+         entry != index.end() && entry->hash == hash && symbols.size() < most_fits; ++entry) {
+        const elf_symbol& symbol = symbols_[entry->symbol];
+        visit_forms(symbol, form, [&](std::string_view text) {
+            if (text == wanted && (symbols.empty() || symbols.back() != &symbol)) {
+                symbols.push_back(&symbol);
+            }
+        });
+    }
+    // Once for each address, by the name that fits best; then the best ones first.
+    const auto is_behind = [&](const elf_symbol* symbol) { return form == known_form::demangled && is_clone(*symbol); };
+    std::stable_sort(symbols.begin(), symbols.end(), [&](const elf_symbol* a, const elf_symbol* b) {
+        return a->address != b->address ? a->address < b->address : !is_behind(a) && is_behind(b);
+    });
+    const auto same = [](const elf_symbol* a, const elf_symbol* b) { return a->address == b->address; };
+    symbols.erase(std::unique(symbols.begin(), symbols.end(), same), symbols.end());
+    std::stable_partition(symbols.begin(), symbols.end(), [&](const elf_symbol* symbol) { return !is_behind(symbol); });
+    std::vector<const linked_function*> found;
+    found.reserve(symbols.size());
+    for (const elf_symbol* const symbol : symbols) {
+        found.push_back(at(symbol->address));
+    }
+    return found;
 }

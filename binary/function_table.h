@@ -1,18 +1,36 @@
 // The functions of a linked program, by name and by address.
 //
 // One address may have several names (aliases, folded copies), one name several addresses (static functions of one name
-// in two sources). Some optimisations name their copies anew in each build, "f.llvm.123" or "f.lto_priv.0"; find() tells
-// which of today's names an earlier build's was.
+// in two sources). A function is what lies at one address, and it goes by one of its names: the first global one, else the
+// first.
+//
+// A profiler may know a name in another form than the file: demangled ("f(int)" for _Z1fi), or from another build, since
+// some optimisations name their copies anew in each one ("f.llvm.123", "f.lto_priv.0"). find() takes each form.
 #pragma once
 
 #include "binary/elf_file.h"
 
+#include <array>
+#include <cstdint>
 #include <deque>
+#include <optional>
 #include <string>
 #include <string_view>
-#include <unordered_map>
-#include <unordered_set>
 #include <vector>
+
+/// A function of the program: what begins at one address, whatever its names.
+struct linked_function {
+    std::uint64_t address;
+    std::uint64_t size;    ///< in bytes, of its largest symbol; 0 where it is not known
+    std::string_view name; ///< of its names the first global one, else the first; borrowed from the table
+};
+
+/// A form in which a profiler may know a name.
+enum class known_form {
+    as_it_stands,      ///< as the file has it
+    without_additions, ///< but for what link-time optimisation added, in the file or in the profile
+    demangled          ///< readable, with or without parameters
+};
 
 class function_table {
 public:
@@ -21,6 +39,8 @@ public:
     function_table(const function_table&) = delete;
     function_table& operator=(const function_table&) = delete;
 
+    /// The path as given.
+    const std::string& path() const { return path_; }
     /// All named symbols, in the order of the file's table.
     const std::vector<elf_symbol>& symbols() const { return symbols_; }
     /// The file's build ID in lower-case hexadecimal digits; empty when it has none.
@@ -30,19 +50,27 @@ public:
     bool is_64_bit() const { return is_64_bit_; }
     bool is_little_endian() const { return is_little_endian_; }
 
-    /// The name of today's function that a profile calls `name`: the same where the file defines it, else the only one
-    /// that differs from it in what link-time optimisation added. Empty when there is none.
-    std::string_view find(std::string_view name) const;
-    /// The name of the function at or around an address: `preferred` if that is one of its names, else the first global
-    /// one, else the first. Empty when there is no function.
-    std::string_view at(std::uint64_t address, std::string_view preferred = {}) const;
-    /// Whether a name is what a demangler makes of one of the functions, with or without its argument list.
-    bool is_demangled(std::string_view name) const;
+    /// All functions, by ascending address.
+    const std::vector<linked_function>& functions() const;
+    /// The last function that begins at or before an address; null when there is none.
+    const linked_function* nearest(std::uint64_t address) const;
+    /// The function at or around an address; null when there is none.
+    const linked_function* at(std::uint64_t address) const;
+    /// The functions that a name in some form fits: the lowest first, but demangled names' before their clones (".part.0").
+    std::vector<const linked_function*> find(std::string_view name, known_form form) const;
 
 private:
-    void index_names() const;
-    void index_addresses() const;
+    /// Symbols of functions by a form of their names.
+    struct name_entry {
+        std::size_t hash; ///< of the form
+        std::uint32_t symbol;
+    };
+    using name_index = std::vector<name_entry>; ///< ascending by hash
 
+    void visit_forms(const elf_symbol& symbol, known_form form, const auto& visit) const;
+    const name_index& index_of(known_form form) const;
+
+    std::string path_;
     std::deque<std::string> names_; ///< what symbols_ borrows from
     std::vector<elf_symbol> symbols_;
     std::string build_id_;
@@ -50,12 +78,7 @@ private:
     bool is_64_bit_ = false;
     bool is_little_endian_ = false;
 
-    // Indexes, each made at the first question: not every user asks all.
-    mutable std::vector<const elf_symbol*> by_address_;               ///< functions, ascending; several may share one
-    mutable std::unordered_set<std::string_view> functions_;          ///< the names of functions
-    mutable std::unordered_map<std::string, std::string_view> plain_; ///< by name without additions; empty: several
-    mutable std::unordered_set<std::string> demangled_;
+    // Each made at the first question: not every user asks all.
+    mutable std::vector<linked_function> functions_;
+    mutable std::array<std::optional<name_index>, 3> indexes_; ///< by known_form
 };
-
-/// The readable form of a mangled C++ name; the name itself for any other.
-std::string demangled(std::string_view name);

@@ -5,11 +5,13 @@ find_package(PkgConfig REQUIRED)
 pkg_check_modules(libelf REQUIRED IMPORTED_TARGET libelf)
 
 add_library(ordwell_companion STATIC
+  binary/demangle.cpp
   binary/elf_file.cpp
   binary/function_table.cpp
   support/companion.cpp
   support/output_file.cpp)
 target_link_libraries(ordwell_companion PUBLIC ordwell_core CLI11::CLI11 PkgConfig::libelf)
+target_link_libraries(ordwell_companion PRIVATE iberty)
 target_compile_definitions(ordwell_companion PRIVATE ORDWELL_VERSION="${PROJECT_VERSION}")
 
 # Each companion is a library and its main: the fuzz targets run the libraries.
@@ -18,10 +20,12 @@ add_library(ordwell_import STATIC
   import/callgrind.cpp
   import/gmon.cpp
   import/objects.cpp
+  import/pair_table.cpp
   import/pairs.cpp
   import/perf.cpp
   import/profile_format.cpp
   import/profile_input.cpp
+  import/profile_names.cpp
   import/stacks.cpp)
 target_link_libraries(ordwell_import PUBLIC ordwell_companion)
 

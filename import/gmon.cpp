@@ -66,8 +66,8 @@ void read_histogram(byte_stream& stream, const std::string& name, call_table& ca
         // A bin at the border of two functions counts for the one that it begins in, unless that is a gap.
         const auto start = low + static_cast<std::uint64_t>(static_cast<double>(bin) * width);
         const auto end = low + static_cast<std::uint64_t>(static_cast<double>(bin + 1) * width);
-        const call_table::function f = calls.at(start, "???");
-        calls.add_run(call_table::is_kept(f) ? f : calls.at(end - 1, "???"), ticks);
+        const call_table::function f = calls.at(start, {});
+        calls.add_run(f != call_table::unknown ? f : calls.at(end - 1, {}), ticks);
     }
 }
 
@@ -96,8 +96,8 @@ void read_gmon(profile_input& profile, call_table& calls) {
             const std::uint64_t caller = stream.take_pointer();
             const std::uint64_t callee = stream.take_pointer();
             const std::uint64_t count = stream.take_number(4);
-            const call_table::function from = calls.at(caller, "???");
-            calls.add_call(from, calls.at(callee, "???"), count);
+            const call_table::function from = calls.at(caller, {});
+            calls.add_call(from, calls.at(callee, {}), count);
             break;
         }
         case 2: {

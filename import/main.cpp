@@ -80,7 +80,7 @@ void report(const CLI::App& command_line, const call_table::summary& done) {
     const auto number = [](std::uint64_t n) { return std::to_string(n); };
     say(command_line, "kept " + number(done.functions) + " functions and " + number(done.calls) + " calls");
     const char* const reasons[] = {"with a function outside the binary", "with an unknown symbol",
-                                   "with a name that no row can hold"};
+                                   "with a demangled name", "with a name that no row can hold"};
     for (std::size_t reason = 0; reason < done.left_out_calls.size(); ++reason) {
         if (done.left_out_calls[reason] != 0) {
             say(command_line, "left out " + number(done.left_out_calls[reason]) + " calls " + reasons[reason]);

@@ -76,7 +76,8 @@ public:
         if (cold_parts_.contains(name.name)) {
             return missing_reason::cold_part;
         }
-        return binary_.is_demangled(name.name) ? missing_reason::mangled : missing_reason::absent;
+        const bool is_readable = !binary_.find(name.name, known_form::demangled).empty();
+        return is_readable ? missing_reason::mangled : missing_reason::absent;
     }
 
 private:

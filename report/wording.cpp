@@ -1,6 +1,6 @@
 #include "report/wording.h"
 
-#include "binary/function_table.h"
+#include "binary/demangle.h"
 
 #include <algorithm>
 #include <cctype>
