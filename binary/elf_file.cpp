@@ -1,5 +1,6 @@
 #include "binary/elf_file.h"
 
+#include "binary/thin_archive.h"
 #include "support/failure.h"
 #include "support/memory.h"
 
@@ -37,7 +38,27 @@ std::string libelf_error() {
     return text == nullptr ? "damaged" : text;
 }
 
-void visit_members(Elf* elf, int file, const std::string& label, const std::function<void(const elf_object&)>& visit) {
+constexpr int most_nested = 8; // thin archives in each other
+
+void visit_file(const std::string& path, int depth, const std::function<void(const elf_object&)>& visit);
+
+std::string_view raw_bytes(Elf* elf) {
+    std::size_t size = 0;
+    const char* const start = elf_rawfile(elf, &size);
+    return start == nullptr ? std::string_view() : std::string_view(start, size);
+}
+
+// What to do about a file that is no ELF file.
+void expect_no_bitcode(std::string_view bytes, const std::string& label) {
+    if (is_llvm_bitcode(bytes)) {
+        throw failure(label,
+                      "LLVM bitcode, not yet code: compile without -flto, or give the object that the linker makes "
+                      "of it (lld: --save-temps)");
+    }
+}
+
+void visit_members(Elf* elf, int file, const std::string& label, int depth,
+                   const std::function<void(const elf_object&)>& visit) {
     switch (elf_kind(elf)) {
     case ELF_K_ELF:
         visit(elf_object(elf, label));
@@ -45,12 +66,15 @@ void visit_members(Elf* elf, int file, const std::string& label, const std::func
     case ELF_K_AR:
         break;
     default: {
-        std::size_t size = 0;
-        const char* const start = elf_rawfile(elf, &size);
-        if (start != nullptr && std::string_view(start, size).starts_with("!<thin>\n")) {
-            throw failure(label, "a thin archive holds no objects: give them themselves");
+        const std::string_view bytes = raw_bytes(elf);
+        if (is_thin_archive(bytes) && depth < most_nested) {
+            for (const std::string& member : thin_archive_files(bytes, label)) {
+                visit_file(member, depth + 1, visit);
+            }
+            return;
         }
-        throw failure(label, size == 0 ? "an empty file" : "neither an ELF file nor an archive");
+        expect_no_bitcode(bytes, label);
+        throw failure(label, bytes.empty() ? "an empty file" : "neither an ELF file nor an archive");
     }
     }
     // What lies in memory is "mapped": the other command would read a file.
@@ -65,11 +89,29 @@ void visit_members(Elf* elf, int file, const std::string& label, const std::func
             check_memory();
         }
         const std::string name = header == nullptr || header->ar_name == nullptr ? "?" : header->ar_name;
+        const std::string member_label = label + "(" + name + ")";
         if (elf_kind(member.get()) == ELF_K_ELF) {
-            visit(elf_object(member.get(), label + "(" + name + ")"));
+            visit(elf_object(member.get(), member_label));
+        } else {
+            expect_no_bitcode(raw_bytes(member.get()), member_label);
         }
         command = elf_next(member.get());
     }
+}
+
+void visit_file(const std::string& path, int depth, const std::function<void(const elf_object&)>& visit) {
+    elf_version(EV_CURRENT);
+    const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (file < 0) {
+        throw failure(path, std::strerror(errno));
+    }
+    const std::unique_ptr<const int, void (*)(const int*)> closer(&file,
+                                                                  [](const int* open_file) { close(*open_file); });
+    const elf_handle elf(elf_begin(file, ELF_C_READ, nullptr));
+    if (elf == nullptr) {
+        throw failure(path, "cannot be read: " + libelf_error());
+    }
+    visit_members(elf.get(), file, path, depth, visit);
 }
 
 } // namespace
@@ -274,19 +316,12 @@ std::vector<elf_call> elf_object::call_graph_profile() const {
     return calls;
 }
 
+bool is_llvm_bitcode(std::string_view bytes) {
+    return bytes.starts_with("BC\xc0\xde") || bytes.starts_with("\xde\xc0\x17\x0b"); // the latter with a header
+}
+
 void visit_elf_objects(const std::string& path, const std::function<void(const elf_object&)>& visit) {
-    elf_version(EV_CURRENT);
-    const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (file < 0) {
-        throw failure(path, std::strerror(errno));
-    }
-    const std::unique_ptr<const int, void (*)(const int*)> closer(&file,
-                                                                  [](const int* open_file) { close(*open_file); });
-    const elf_handle elf(elf_begin(file, ELF_C_READ, nullptr));
-    if (elf == nullptr) {
-        throw failure(path, "cannot be read: " + libelf_error());
-    }
-    visit_members(elf.get(), file, path, visit);
+    visit_file(path, 0, visit);
 }
 
 void visit_elf_objects(std::string& bytes, const std::string& label,
@@ -296,5 +331,5 @@ void visit_elf_objects(std::string& bytes, const std::string& label,
     if (elf == nullptr) {
         throw failure(label, "cannot be read: " + libelf_error());
     }
-    visit_members(elf.get(), -1, label, visit);
+    visit_members(elf.get(), -1, label, 0, visit);
 }

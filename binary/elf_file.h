@@ -90,7 +90,10 @@ private:
     Elf_Scn* symbol_section_ = nullptr; ///< null: stripped
 };
 
-/// Visits an ELF file, or every ELF member of an archive. Throws `failure` for a file that cannot be read or is neither.
+/// Whether a file that begins like this is code for LLVM's optimiser, which clang -flto writes as object files.
+bool is_llvm_bitcode(std::string_view bytes);
+
+/// Visits an ELF file, or every ELF member of an archive, also of a thin one. Throws `failure` for a file that cannot be read or is neither.
 void visit_elf_objects(const std::string& path, const std::function<void(const elf_object&)>& visit);
 
 /// The same for a file whose bytes are in memory; they must not be constant, since libelf may turn them to this machine's

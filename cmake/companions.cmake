@@ -8,6 +8,7 @@ add_library(ordwell_companion STATIC
   binary/demangle.cpp
   binary/elf_file.cpp
   binary/function_table.cpp
+  binary/thin_archive.cpp
   support/companion.cpp
   support/output_file.cpp)
 target_link_libraries(ordwell_companion PUBLIC ordwell_core CLI11::CLI11 PkgConfig::libelf)
@@ -23,6 +24,7 @@ add_library(ordwell_import STATIC
   import/pair_table.cpp
   import/pairs.cpp
   import/perf.cpp
+  import/perf_line.cpp
   import/profile_format.cpp
   import/profile_input.cpp
   import/profile_names.cpp

@@ -100,6 +100,8 @@ public:
             }
         }
     }
+    /// Notes what to say should nothing be kept at all.
+    void note_why_empty(std::string text) { why_empty_ = std::move(text); }
 
     // For the driver.
 
@@ -109,6 +111,8 @@ public:
     void end_profile(const std::string& profile);
     /// Whether there is nothing to write but the header.
     bool is_empty() const;
+    /// What to say of an empty result; empty: that is not known.
+    const std::string& why_empty() const { return why_empty_; }
     /// What will be written and what not.
     summary summarise() const;
     using row = counted_pair;
@@ -150,6 +154,7 @@ private:
     bool is_last_wanted_ = true;
     std::vector<std::string> other_objects_;
     std::vector<std::string> told_;
+    std::string why_empty_;
 
     pair_table pairs_;         ///< between kept functions
     pair_table pending_pairs_; ///< of the current profile, once it has pending functions

@@ -12,9 +12,12 @@
 //     +5 20                              positions may be relative to those of the line before
 //
 // Only names and calls matter here. "(2) f" defines a number in one of three name spaces (objects, files, functions), and
-// "(2)" stands for it; jfn and jfi of jump lines define numbers too. Numbers hold for one part of the file. With
-// --dump-instr=yes positions begin with a link-time address, which tells better than a name which function it is: that of
-// a call's line is in the caller, and the target of "calls=" is the callee's.
+// "(2)" stands for it; jfn and jfi of jump lines define numbers too. Numbers hold for all parts of a file. With
+// --dump-instr=yes positions begin with a link-time address, which says what a name leaves open (import/profile_names.h):
+// that of a call's line is in the caller, and the target of "calls=" is the callee's.
+//
+// A file may have several parts, each from "part:" to "totals:", by thread or as the run was asked for them. One that ends
+// without that line was cut off, or the run is not over.
 #include "import/profile_format.h"
 
 #include <boost/unordered/unordered_flat_map.hpp>
@@ -45,8 +48,8 @@ public:
 
     std::string_view name(std::uint32_t place) const { return names_.name(place); }
 
-    /// Forgets the numbers, which the next part defines anew.
-    void start_part() { by_number_.clear(); }
+    /// Forgets the numbers, which the next file defines anew.
+    void forget_numbers() { by_number_.clear(); }
 
 private:
     static bool parse_number(std::string_view text, std::uint32_t& number) {
@@ -81,17 +84,11 @@ public:
             const char first = line.front();
             if ((first >= '0' && first <= '9') || first == '+' || first == '-' || first == '*') {
                 read_costs(line);
-            } else if (!read_specification(line) && line.find(':') == std::string_view::npos) { // else a header line
-                profile_.fail("not a line of the callgrind format");
-            } else if (line.starts_with("part:") || line.starts_with("version:")) {
-                start_part();
-            } else if (line.starts_with("positions:")) {
-                has_addresses_ = line.find("instr") != std::string_view::npos;
+            } else if (!read_specification(line)) {
+                read_header_line(line);
             }
         }
-        if (has_pending_call_) {
-            profile_.fail("ends before the costs of the last call");
-        }
+        expect_end_of_part();
     }
 
 private:
@@ -101,12 +98,39 @@ private:
         std::uint32_t object;
     };
 
-    void start_part() {
-        objects_.start_part();
-        files_.start_part();
-        functions_.start_part();
-        has_function_ = false;
-        object_ = no_object;
+    // Lines of the form "KEY: VALUE".
+    void read_header_line(std::string_view line) {
+        if (line.find(':') == std::string_view::npos) {
+            profile_.fail("not a line of the callgrind format");
+        }
+        if (line.starts_with("version:")) { // of another file behind this one
+            expect_end_of_part();
+            ends_with_totals_ = false;
+            objects_.forget_numbers();
+            files_.forget_numbers();
+            functions_.forget_numbers();
+        } else if (line.starts_with("creator: callgrind-")) {
+            ends_with_totals_ = true;
+        } else if (line.starts_with("part:")) {
+            expect_end_of_part();
+            has_function_ = false;
+            object_ = no_object;
+        } else if (line.starts_with("positions:")) {
+            has_addresses_ = line.find("instr") != std::string_view::npos;
+            is_part_open_ = true;
+        } else if (line.starts_with("totals:")) {
+            is_part_open_ = false;
+        }
+    }
+
+    void expect_end_of_part() {
+        if (has_pending_call_) {
+            profile_.fail("ends before the costs of the last call");
+        }
+        if (ends_with_totals_ && is_part_open_) {
+            profile_.fail("cut off: what callgrind writes ends with a line \"totals:\"");
+        }
+        is_part_open_ = false;
     }
 
     // Costs: positions, then counts. Those of a function show that it ran; those behind "calls=" complete the call.
@@ -162,7 +186,8 @@ private:
             return false;
         }
         const std::string_view key = line.substr(0, equals);
-        const std::string_view value = line.substr(equals + 1);
+        std::string_view value = line.substr(equals + 1);
+        value.remove_prefix(std::min(value.find_first_not_of(' '), value.size()));
         if (key == "fn") {
             current_function_ = {place_in(functions_, value), object_};
             has_function_ = true;
@@ -212,10 +237,11 @@ private:
         has_pending_call_ = true;
     }
 
-    // The number under which a function is counted; `address` is one in it, where the profile has addresses.
+    // The number under which a function is counted; `address` is one in it, where the profile has addresses. One name may be
+    // that of several functions, so what depends on the address is asked for anew each time.
     call_table::function number_of(const located& l, std::uint64_t address) {
         const auto [entry, is_new] = numbers_.emplace(std::uint64_t{l.function} << 32U | l.object, call_table::unknown);
-        if (is_new) {
+        if (is_new || (has_addresses_ && profile_names::depends_on_address(entry->second))) {
             const std::string_view name = without_recursion(functions_.name(l.function));
             if (l.object != no_object && !calls_.is_wanted_object(objects_.name(l.object))) {
                 entry->second = call_table::outside;
@@ -237,7 +263,9 @@ private:
     name_space functions_;
     boost::unordered_flat_map<std::uint64_t, call_table::function> numbers_; ///< by place of function and object
     bool has_addresses_ = false;
-    std::uint64_t address_ = 0; ///< of the last cost line
+    bool ends_with_totals_ = false; ///< callgrind itself wrote this, each part of it with totals at the end
+    bool is_part_open_ = false;     ///< they did not come yet
+    std::uint64_t address_ = 0;     ///< of the last cost line
 
     std::uint32_t object_ = no_object;
     located current_function_{}; ///< whose costs follow; valid if has_function_

@@ -5,8 +5,9 @@
 //     1  caller, callee, count                                       an arc: a return address, an address in the callee
 //     2  blocks, blocks x (address, count)                           counts of basic blocks
 //
-// Addresses are link-time addresses, also of position-independent programs, and mean nothing without the program. Callbacks
-// have no arcs, as they are called from outside the program: the histogram shows that they ran.
+// Addresses are link-time addresses, also of position-independent programs, and mean nothing without the program. They are
+// all that tells whether it is the program: an arc ends where a function has just begun. Callbacks have no arcs, as they are
+// called from outside the program: the histogram shows that they ran.
 #include "import/profile_format.h"
 #include "support/failure.h"
 
@@ -14,6 +15,7 @@ namespace {
 
 constexpr std::string_view magic = "gmon";
 constexpr std::size_t header_size = 20;
+constexpr std::uint64_t most_prologue = 32; // bytes from the start of a function to behind its call of mcount
 
 /// The bytes of the file, taken from the front.
 class byte_stream {
@@ -87,6 +89,8 @@ void read_gmon(profile_input& profile, call_table& calls) {
         throw failure(profile.name(), "not a gmon.out of version 1 of a program like the binary");
     }
     stream.take(header_size - 8);
+    std::uint64_t arcs = 0;
+    std::uint64_t arcs_to_starts = 0; // of functions
     while (!stream.is_empty()) {
         switch (stream.take_number(1)) {
         case 0:
@@ -96,6 +100,9 @@ void read_gmon(profile_input& profile, call_table& calls) {
             const std::uint64_t caller = stream.take_pointer();
             const std::uint64_t callee = stream.take_pointer();
             const std::uint64_t count = stream.take_number(4);
+            const linked_function* const called = calls.binary()->nearest(callee);
+            ++arcs;
+            arcs_to_starts += called != nullptr && callee - called->address <= most_prologue ? 1 : 0;
             const call_table::function from = calls.at(caller, {});
             calls.add_call(from, calls.at(callee, {}), count);
             break;
@@ -111,5 +118,11 @@ void read_gmon(profile_input& profile, call_table& calls) {
         default:
             throw failure(profile.name(), "a record of an unknown kind");
         }
+    }
+    if (arcs_to_starts * 10 < arcs * 9) {
+        throw failure(profile.name(), "recorded with another program than " + calls.binary()->path() +
+                                          ", or another build of it: of " + std::to_string(arcs) +
+                                          " call records only " + std::to_string(arcs_to_starts) +
+                                          " go to the start of a function");
     }
 }

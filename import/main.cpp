@@ -62,6 +62,9 @@ std::string joined(const std::vector<std::string>& texts) {
 
 // Why nothing is left, as far as can be told.
 failure nothing_kept(const settings& chosen, const call_table& calls, const call_table::summary& done) {
+    if (!calls.why_empty().empty() && done.left_out_calls == call_table::summary().left_out_calls) {
+        return failure(joined(chosen.profiles), calls.why_empty());
+    }
     std::string text = "no function was kept";
     if (!calls.other_objects().empty()) {
         text += "; wanted are those of " + joined(object_names(chosen)) + ", the profile has those of " +

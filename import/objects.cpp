@@ -1,10 +1,11 @@
 // "objects": object files and archives into which clang -fprofile-use wrote how often functions call each other
-// (llvm-readobj --cg-profile shows it). The counts come from an earlier, instrumented run of the program.
+// (llvm-readobj --cg-profile shows it). The counts come from an earlier, instrumented run of the program. Objects without
+// such counts, as of a source that no run came to, may be among them.
 #include "import/profile_format.h"
-#include "support/failure.h"
 
 bool is_objects(std::string_view head) {
-    return head.starts_with("\177ELF") || head.starts_with("!<arch>\n") || head.starts_with("!<thin>\n");
+    return head.starts_with("\177ELF") || head.starts_with("!<arch>\n") || head.starts_with("!<thin>\n") ||
+           is_llvm_bitcode(head);
 }
 
 void read_objects(profile_input& profile, call_table& calls) {
@@ -12,12 +13,12 @@ void read_objects(profile_input& profile, call_table& calls) {
     bool has_calls = false;
     visit_elf_objects(bytes, profile.name(), [&](const elf_object& object) {
         for (const elf_call& call : object.call_graph_profile()) {
-            const call_table::function from = calls.named(call.caller);
-            calls.add_call(from, calls.named(call.callee), call.count);
+            const call_table::function from = calls.named(call.caller, name_form::linker);
+            calls.add_call(from, calls.named(call.callee, name_form::linker), call.count);
             has_calls = true;
         }
     });
     if (!has_calls) {
-        throw failure(profile.name(), "no call graph profile: compile with clang -fprofile-use, without -flto");
+        calls.note_why_empty("no call graph profile: compile with clang -fprofile-use, without -flto");
     }
 }

@@ -1,81 +1,29 @@
-// "perf": the text of perf script, with its default fields or -F ip,sym,symoff,dso, with branch stacks (brstacksym) or
-// call chains.
+// "perf": the text of perf script, with call chains or with branch stacks (brstacksym), and any list of fields that has ip
+// and sym among them.
 //
 //     app 10606  1570.842829:     250000 cpu-clock:            a sample: command, process, time, event,
 //                   1253 fib+0x3 (/tmp/app)                    then its chain, the innermost frame first,
 //                   12b2 spin+0x22 (/tmp/app)                  each behind a tab, up to an empty line
+//       app.c:17                                               with srcline the line of the frame before
 //
-//                  app 10613  1572.1: 1 cycles:  1253 fib+0x3 (/tmp/app)    a sample without chain
-//      main+0x5/f+0x0/P/-/-/0  f+0x9/g+0x0/P/-/-/0                          the branches of a sample
+//                  app 10613  1572.1: 1 cycles:              1253 fib+0x3 (/tmp/app)      a sample without chain
+//                  1253 fib+0x3 (/tmp/app)main+0x5(/tmp/app)/f+0x0(/tmp/app)/P/-/-/0  f+0x9...       and with branches
 //
-// A branch whose target is a function's first byte is a call. Without branches the innermost pair of the chain counts,
-// once a sample. A sample is taken at regular times, so its outer frames do not say that they called again, and counting
-// them gives an order that is worse than none.
+// A branch whose target is a function's first byte is a call. Without branches the innermost pair of the chain counts
+// (import/call_table.h). Inlined frames are no functions at run time.
+//
+// A profile may hold the samples of several events, which mean different things. Those of one are taken.
 //
 // perf's addresses are file offsets in chains and run-time addresses without them, so functions go by name.
+#include "import/perf_line.h"
 #include "import/profile_format.h"
+#include "support/failure.h"
 
 #include <vector>
 
 namespace {
 
-constexpr std::string_view hex_digits = "0123456789abcdef";
-
-/// A place in a function, as perf prints it: "f+0x1c (/tmp/app)".
-struct symbol_place {
-    std::string_view symbol;
-    std::string_view object;    ///< empty: not printed
-    bool is_first_byte = false; ///< whether the offset is 0
-};
-
-// Splits "symbol+0xOFFSET (OBJECT)", whose offset and object may be missing.
-symbol_place parse_place(std::string_view text) {
-    symbol_place place;
-    text.remove_prefix(std::min(text.find_first_not_of(' '), text.size()));
-    while (text.ends_with(' ') || text.ends_with('\r')) {
-        text.remove_suffix(1);
-    }
-    if (const std::size_t bracket = text.rfind('(');
-        text.ends_with(')') && bracket != std::string_view::npos &&
-        (bracket == 0 || text[bracket - 1] == ' ' || text[bracket + 1] == '/')) {
-        place.object = text.substr(bracket + 1, text.size() - bracket - 2);
-        text = text.substr(0, bracket);
-        while (text.ends_with(' ')) {
-            text.remove_suffix(1);
-        }
-    }
-    const std::size_t offset = text.rfind("+0x");
-    if (offset != std::string_view::npos && offset + 3 < text.size() &&
-        text.find_first_not_of(hex_digits, offset + 3) == std::string_view::npos) {
-        place.is_first_byte = text.find_first_not_of('0', offset + 3) == std::string_view::npos;
-        text = text.substr(0, offset);
-    }
-    place.symbol = text;
-    return place;
-}
-
-// Takes an instruction pointer off the front; false when there is none.
-bool take_address(std::string_view& text) {
-    std::string_view rest = text;
-    const std::string_view word = take_word(rest);
-    if (word.empty() || word.find_first_not_of(hex_digits) != std::string_view::npos) {
-        return false;
-    }
-    text = rest;
-    return true;
-}
-
-// Whether a line has a time, which all samples' first lines have unless -F leaves it out: "1570.842829:".
-bool has_time(std::string_view line) {
-    while (!line.empty()) {
-        const std::string_view word = take_word(line);
-        if (word.ends_with(':') && word.find('.') != std::string_view::npos &&
-            word.find_first_not_of("0123456789.") == word.size() - 1) {
-            return true;
-        }
-    }
-    return false;
-}
+constexpr const char* advice = "print again with perf script -F ip,sym,symoff,dso";
 
 class reader {
 public:
@@ -84,14 +32,26 @@ public:
     void run() {
         for (std::string_view line; profile_.next_line(line);) {
             if (line.empty() || line == "\r") {
+                expect_frame(false);
                 end_sample();
+                is_behind_frame_ = false;
             } else if (line.starts_with('\t')) {
                 read_frame(line);
-            } else if (!line.starts_with('#')) {
-                read_sample_line(line);
+            } else if (line.starts_with(' ') && (has_sample_ || is_behind_frame_) && read_rest_of_sample(line)) {
+                continue;
+            } else if (!line.starts_with('#') && line.find("PERF_RECORD_") == std::string_view::npos) {
+                read_head(line);
             }
         }
+        expect_frame(false);
         end_sample();
+        if (!is_whole_) {
+            profile_.fail("ends inside a line: cut off");
+        }
+        if (sample_count_ != 0 && !has_frames_) {
+            profile_.fail(std::string("the field ip is missing: ") + advice);
+        }
+        end_events();
     }
 
 private:
@@ -101,94 +61,146 @@ private:
         call_table::function to;
     };
 
-    // A frame of a chain, perhaps with the branches behind the last one.
+    /// The samples of an event.
+    struct event {
+        std::string name;
+        std::uint64_t samples;
+    };
+
     void read_frame(std::string_view line) {
-        if (read_branches(line)) {
-            return;
-        }
-        if (!take_address(line)) {
+        if (!take_perf_address(line)) {
             profile_.fail("not a frame of perf script");
         }
+        expect_frame(true);
+        has_sample_ = true;
         add_frame(line);
     }
 
     void add_frame(std::string_view text) {
-        const symbol_place place = parse_place(text);
-        if (place.object != "inlined") {
+        const perf_place place = parse_perf_place(text);
+        if (place.symbol.empty() && !has_symbols_) {
+            profile_.fail(std::string("the field sym is missing: ") + advice);
+        }
+        has_frames_ = has_symbols_ = is_behind_frame_ = true;
+        has_objects_ |= !place.object.empty() && place.object != "inlined";
+        is_whole_ = !place.symbol.empty() && (!place.object.empty() || !has_objects_);
+        if (place.object != "inlined" && !is_skipped_) {
             frames_.push_back(number_of(place));
         }
     }
 
-    // A line that begins a sample or holds all of it.
-    void read_sample_line(std::string_view line) {
-        const bool is_indented = line.starts_with(' ');
+    // Lines of a sample that are no frames: branches, or the source line of the frame before. False for another line.
+    bool read_rest_of_sample(std::string_view line) {
+        if (has_perf_time(line)) {
+            return false;
+        }
+        std::string_view start = line;
+        const bool has_address = take_perf_address(start);
+        if (!has_address && read_branches(line)) {
+            return true;
+        }
+        if (!is_behind_frame_ || has_address || !line.starts_with("  ") || !parse_perf_head(line).rest.empty()) {
+            return false;
+        }
+        is_behind_frame_ = false;
+        is_whole_ = true;
+        if (line.ends_with(" (inlined)") && !frames_.empty()) {
+            frames_.pop_back();
+        }
+        return true;
+    }
+
+    void read_head(std::string_view line) {
+        end_sample();
+        expect_frame(false);
+        has_sample_ = true;
+        is_behind_frame_ = false;
+        ++sample_count_;
         std::string_view rest = line;
-        if (is_indented && !has_time(line) && (read_branches(line) || take_address(rest))) {
-            if (rest.size() != line.size() && !read_branches(rest)) { // an address was taken off
-                end_sample();
-                add_frame(rest);
-            }
+        const bool has_time = has_perf_time(line);
+        if (!has_time && line.starts_with(' ') && take_perf_address(rest)) { // without any head
+            enter_event({});
+            read_behind_address(rest);
             return;
         }
-        end_sample();
-        const std::size_t colon = line.rfind(": ");
-        const bool ends_with_event =
-            line.find_last_not_of(" \r") != std::string_view::npos && line[line.find_last_not_of(" \r")] == ':';
-        if (colon == std::string_view::npos && !ends_with_event) {
-            profile_.fail("not a line of perf script");
+        const perf_head head = parse_perf_head(line);
+        enter_event(head.event);
+        rest = head.rest;
+        if (take_perf_address(rest)) {
+            read_behind_address(rest);
+            return;
         }
-        rest = ends_with_event ? std::string_view() : line.substr(colon + 2);
-        if (!rest.empty() && !read_branches(rest) && take_address(rest)) {
-            add_frame(rest);
+        if (read_branches(line)) {
+            return;
+        }
+        needs_frame_ = !head.ends_with_event && !has_time;
+        is_whole_ = head.ends_with_event || !has_event_heads_;
+        has_event_heads_ |= head.ends_with_event;
+    }
+
+    // A frame on the line of the sample's head, perhaps with branches.
+    void read_behind_address(std::string_view text) {
+        std::string_view rest = text;
+        std::string_view ends;
+        std::string_view frame;
+        std::string_view first;
+        std::size_t flag_count = 0;
+        if (!take_perf_branch(rest, ends, flag_count)) {
+            add_frame(text);
+            return;
+        }
+        if (!split_perf_frame(ends, frame, first)) {
+            profile_.fail("the field dso is missing, without which nothing separates branches: print again with perf "
+                          "script -F ip,sym,symoff,dso,brstacksym");
+        }
+        add_frame(frame);
+        add_branch(first);
+        flag_count_ = flag_count;
+        is_whole_ = true;
+        if (!rest.empty()) {
+            read_branches(rest);
         }
     }
 
-    // Reads the branches in a line, "FROM/TO/P/-/-/0 ...", perhaps behind a frame; false when there are none.
+    // Where a line was no head by itself, a frame has to follow.
+    void expect_frame(bool is_there) {
+        if (needs_frame_ && !is_there) {
+            profile_.fail(std::string("no line of perf script before it, or the field ip is missing: ") + advice);
+        }
+        needs_frame_ = false;
+    }
+
+    // Reads the branches in a line, "FROM/TO/P/-/-/0 ..."; false when there are none.
     bool read_branches(std::string_view line) {
+        std::string_view ends;
+        std::size_t flag_count = 0;
         bool found = false;
-        for (;;) {
-            std::size_t flags = std::string_view::npos; // whether predicted (P), mispredicted (M) or unknown (-)
-            for (const std::string_view mark : {"/P/", "/M/", "/-/"}) {
-                flags = std::min(flags, line.find(mark));
-            }
-            if (flags == std::string_view::npos) {
-                return found;
-            }
-            add_branch(line.substr(0, flags), !found);
+        while (take_perf_branch(line, ends, flag_count)) {
+            add_branch(ends);
+            flag_count_ = flag_count_ == 0 ? flag_count : flag_count_;
             found = true;
-            line.remove_prefix(flags);
-            line.remove_prefix(std::min(line.find(' '), line.size()));
-            line.remove_prefix(std::min(line.find_first_not_of(' '), line.size()));
         }
+        is_whole_ =
+            found ? line.find_first_not_of(" \r") == std::string_view::npos && flag_count == flag_count_ : is_whole_;
+        is_behind_frame_ &= !found;
+        return found;
     }
 
-    // A branch, "FROM/TO", each a symbol with its offset and perhaps its object. The first one of a line may have an
-    // address and a frame before it.
-    void add_branch(std::string_view text, bool is_first) {
-        if (is_first) {
-            take_address(text);
-            if (const std::size_t frame_end = text.rfind(") "); frame_end != std::string_view::npos) {
-                add_frame(text.substr(0, frame_end + 1));
-                text.remove_prefix(std::min(text.find_first_not_of(' ', frame_end + 1), text.size()));
-            }
-        }
-        std::size_t slash = text.find('/');
-        if (const std::size_t object = text.find('('); object != std::string_view::npos && object < slash) {
-            slash = text.find(")/", object);
-            slash += slash == std::string_view::npos ? 0 : 1;
-        }
-        if (slash == std::string_view::npos) {
+    void add_branch(std::string_view ends) {
+        std::string_view from_text;
+        std::string_view to_text;
+        if (!split_perf_branch(ends, from_text, to_text)) {
             profile_.fail("a branch without its two ends");
         }
-        const symbol_place from = parse_place(text.substr(0, slash));
-        const symbol_place to = parse_place(text.substr(slash + 1));
-        has_branches_ = true;
-        if (to.is_first_byte) {
+        const perf_place from = parse_perf_place(from_text);
+        const perf_place to = parse_perf_place(to_text);
+        has_branches_ = has_frames_ = true;
+        if (to.is_first_byte && !is_skipped_) {
             branches_.push_back({number_of(from), number_of(to)});
         }
     }
 
-    call_table::function number_of(const symbol_place& place) {
+    call_table::function number_of(const perf_place& place) {
         if (place.symbol == "[unknown]" || place.symbol.empty()) {
             return call_table::unknown;
         }
@@ -196,6 +208,44 @@ private:
             return call_table::outside;
         }
         return calls_.named(place.symbol);
+    }
+
+    // The event of a sample, which says whether it is skipped.
+    void enter_event(std::string_view name) {
+        if (events_.empty() || events_[last_event_].name != name) {
+            last_event_ = 0;
+            while (last_event_ != events_.size() && events_[last_event_].name != name) {
+                ++last_event_;
+            }
+            if (last_event_ == events_.size()) {
+                if (events_.size() == most_events) {
+                    profile_.fail("more than 1000 events");
+                }
+                events_.push_back({std::string(name), 0});
+            }
+        }
+        ++events_[last_event_].samples;
+        is_skipped_ = profile_.event().empty() ? last_event_ != 0 : name != profile_.event();
+    }
+
+    void end_events() {
+        std::string others;
+        bool is_there = profile_.event().empty();
+        for (const event& e : events_) {
+            is_there |= e.name == profile_.event();
+            if (!e.name.empty() && (&e != &events_.front() || !profile_.event().empty())) {
+                others += (others.empty() ? "" : ", ") + e.name + " (" + std::to_string(e.samples) + " samples)";
+            }
+        }
+        if (!is_there) {
+            throw failure(profile_.name(), others.empty()
+                                               ? "the samples name no event: print again with the field event, too"
+                                               : "no event " + profile_.event() + ", but " + others);
+        }
+        if (events_.size() > 1 && profile_.event().empty()) {
+            calls_.tell(profile_.name() + ": took the event " + events_.front().name + ", not " + others +
+                        "; --event takes another");
+        }
     }
 
     void end_sample() {
@@ -218,25 +268,56 @@ private:
         }
         frames_.clear();
         branches_.clear();
-        has_branches_ = false;
+        has_branches_ = has_sample_ = false;
     }
+
+    static constexpr std::size_t most_events = 1000;
 
     profile_input& profile_;
     call_table& calls_;
-    std::vector<call_table::function> frames_; ///< of the current sample, the innermost first
-    std::vector<branch> branches_;             ///< of the current sample: calls
+    std::vector<event> events_; ///< in order of appearance
+    std::size_t last_event_ = 0;
+
+    // Of the current sample:
+    std::vector<call_table::function> frames_; ///< the innermost first
+    std::vector<branch> branches_;             ///< calls
+    bool has_sample_ = false;                  ///< whether there is one
     bool has_branches_ = false;                ///< whether it has any branch, calls or not
+    bool is_skipped_ = false;                  ///< of another event
+    bool needs_frame_ = false;                 ///< the line before was no sample without one
+    bool is_behind_frame_ = false;             ///< the line before was one
+
+    // Of the profile so far:
+    std::uint64_t sample_count_ = 0;
+    bool has_frames_ = false;      ///< addresses or branches
+    bool has_symbols_ = false;     ///< frames have symbols,
+    bool has_objects_ = false;     ///< and objects
+    bool has_event_heads_ = false; ///< heads of samples end with the event
+    bool is_whole_ = true;         ///< the line before did not end early
+    std::size_t flag_count_ = 0;   ///< fields behind the ends of a branch
 };
 
 } // namespace
 
 bool is_perf(std::string_view head) {
-    std::string_view line = first_line(head);
-    if (has_time(line) || line.find("+0x") != std::string_view::npos) {
+    const std::string_view line = first_line(head);
+    if (line.empty()) {
+        return false;
+    }
+    std::string_view rest = line;
+    std::string_view ends;
+    std::size_t flag_count = 0;
+    if (has_perf_time(line) || take_perf_branch(rest, ends, flag_count) || parse_perf_head(line).ends_with_event) {
         return true;
     }
-    std::string_view frame = line;
-    return (line.starts_with('\t') || line.starts_with(' ')) && take_address(frame);
+    std::string_view next = head.substr(static_cast<std::size_t>(line.data() - head.data()) + line.size());
+    next.remove_prefix(std::min<std::size_t>(next.size(), 1));
+    if (next.starts_with('\t') && take_perf_address(next)) {
+        return true;
+    }
+    std::uint64_t count = 0; // that other formats have at the end of each line
+    return !parse_count(line.substr(line.rfind(' ') + 1), count) &&
+           ((line.find_first_of("\t ") == 0 && take_perf_address(rest)) || !parse_perf_head(line).rest.empty());
 }
 
 void read_perf(profile_input& profile, call_table& calls) {

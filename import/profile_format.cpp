@@ -9,9 +9,9 @@ constexpr std::array<profile_format, 6> formats = {{
     {"gmon", is_gmon, read_gmon},
     {"objects", is_objects, read_objects},
     {"callgrind", is_callgrind, read_callgrind},
+    {"perf", is_perf, read_perf, true},
     {"pairs", is_pairs, read_pairs},
     {"stacks", is_stacks, read_stacks},
-    {"perf", is_perf, read_perf, true},
 }};
 
 } // namespace

@@ -49,6 +49,8 @@ public:
     static constexpr function unholdable = 4294967294U; ///< no row of the CSV can hold the name
     static constexpr std::size_t reason_count = 4;
     static bool is_kept(function f) { return f < outside; }
+    /// Whether the name alone did not tell what a function is.
+    static bool depends_on_address(function f) { return is_pending(f) || f == unknown; }
     static bool is_pending(function f) { return f >= first_pending && f < outside; }
 
     /// With the functions of `binary`, or with any where it is null.
