@@ -60,16 +60,16 @@ TEST(Import, ReadsTextFormats) {
         {"a b 18446744073709551615\na b 1\nc d 1\n", "", "a,b,4294967295\nc,d,1\n"},
         {"a b 4294967296\nc d 3\n", "", "a,b,2147483648\nc,d,1\n"},
         {"a b 4294967295\nc d 3\n", "", "a,b,4294967295\nc,d,3\n"},
-        {"f(int) g(char) 1\nh i 2\n", "--format=pairs", "f(int),g(char),1\nh,i,2\n"}, // no more than half of them
+        {"f(int) g(char) 1\nh i 2\n", "--format=pairs", "h,i,2\n"}, // no more than half of them
         {"main;f;g 17\nmain;f 2\nmain;f;g 1\nlone 4\nr;r;r 6\n", "", "f,g,18\nmain,f,2\nlone,lone,4\nr,r,6\n"},
-        {"main;a b;c d 17\n", "", "a b,c d,17\n"},
+        {"main;a b;c d 17\n", "", "a b,c d,17\nmain,main,17\n"},
         {chains + chains, "", "main,f,2\n"},
         {chains, "--object=app", "main,f,1\n"},
         {"app 7 8.1: 1 cycles:u:  \n\tff k ([kernel.kallsyms])\n\tfe l ([kernel.kallsyms])\n\t1 f+0x1 (/bin/app)\n"
          "\t2 g+0x1 (/bin/app)\n",
-         "--object=app", "f,f,1\n"},
+         "--object=app", "f,f,1\ng,g,1\n"},
         {"app 7 8.1: 1 cycles: \n\t1 read (/lib/libc.so.6)\n\t1 f+0x1 (/bin/app)\n\t2 g+0x1 (/bin/app)\n",
-         "--object=app", "f,f,1\n"},
+         "--object=app", "f,f,1\ng,g,1\n"},
         {"      app 7 8.1: 1 cycles:  10 f+0x3 (/bin/app)\n   add 7 8.2: 1 cycles:  11 f+0x4 (/bin/app)\n", "",
          "f,f,2\n"},
         {"     10 f+0x3 (/bin/app)\n     11 g+0x3 (/bin/app)\n     10 f+0x9 (/bin/app)\n", "", "f,f,2\ng,g,1\n"},
@@ -119,9 +119,9 @@ TEST(Import, KeepsWhatTheBinaryDefines) {
 
 TEST(Import, SaysWhatIsWrong) {
     const std::string program = "ordwell-import: ";
-    const std::string advice =
-        "p: the names are demangled, and no linker knows those: profile again with --demangle=no "
-        "(valgrind), or print again with --no-demangle (perf script)\n";
+    const std::string advice = "p: the names are demangled, and no linker knows those: name the program with --binary, "
+                               "or profile again with --demangle=no "
+                               "(valgrind), or print again with --no-demangle (perf script)\n";
     const struct {
         std::string profile;
         std::string options;
@@ -144,9 +144,8 @@ TEST(Import, SaysWhatIsWrong) {
         {"gmon\1\0\0\0"s, "--binary=" + sample() + "/sample", "p: ends inside a record\n"},
         {"\177ELF", "", "p: neither an ELF file nor an archive\n"},
         {"!<arch>\n", "", "p: no call graph profile: compile with clang -fprofile-use, without -flto\n"},
-        {"!<thin>\n", "", "p: a thin archive holds no objects: give them themselves\n"},
+        {"!<thin>\n", "", "p: no call graph profile: compile with clang -fprofile-use, without -flto\n"},
         {"f(int) g(char) 1\nns::h<int> i 2\n", "--format=pairs", advice},
-        {"recursive main 1\nwork_elsewhere main 2\n", "--binary=" + sample() + "/sample", advice},
         {"a b 1\n", "--binary=" + sample() + "/stripped",
          sample() +
              "/stripped: no symbol table: link without -s and strip only the copy that you ship, or give the file with "
