@@ -81,24 +81,24 @@ function(make_order)
     ordwell_append_argument(files "${graph}")
   endforeach()
   set(order_file "${state}/app.order")
-  execute_process(COMMAND "${ordwell}" --diag_wrap=off -o "${state}/order.cmd" ${graphs}
+  ordwell_run("COMMAND [====[${ordwell_import}]====] --quiet --format=csv ${objects}
+      [====[--weighed=${state}/layout.csv]====] ${files}"
+    "${target} is not linked: see the message above")
+  execute_process(COMMAND "${ordwell}" --diag_wrap=off -o "${state}/order.cmd" "${state}/layout.csv"
     RESULT_VARIABLE status ERROR_VARIABLE complaint)
   if(NOT status EQUAL 0 OR NOT complaint STREQUAL "")
     message(FATAL_ERROR "${target} is not linked: ${complaint}")
   endif()
-  ordwell_run("COMMAND [====[${ordwell_export}]====] --quiet --linker=${linker} ${objects}
-      -o [====[${order_file}]====] [====[${state}/order.cmd]====]"
-    "${target} is not linked: see the message above")
-
-  file(SIZE "${order_file}" size)
-  if(linker STREQUAL "ld") # its script has a frame
-    file(STRINGS "${order_file}" places REGEX "^ *[*][(]" LIMIT_COUNT 1)
-    string(LENGTH "${places}" size)
-  endif()
-  if(size EQUAL 0)
+  cmake_language(EVAL CODE "execute_process(COMMAND [====[${ordwell_export}]====] --quiet --linker=${linker} ${objects}
+      -o [====[${order_file}]====] [====[${state}/order.cmd]====]
+    RESULT_VARIABLE status ERROR_VARIABLE complaint)")
+  string(STRIP "${complaint}" complaint)
+  if(complaint MATCHES ": (no object defines any of its|no function lies in a|no function|nothing but cold)")
     string(REPLACE ";" ", " graphs "${graphs}")
-    message(NOTICE "ordwell: ${target} is linked plainly: it has no function of ${graphs}")
+    message(NOTICE "ordwell: ${target} is linked plainly, for ${graphs} has no function to place: ${complaint}")
     return()
+  elseif(NOT status EQUAL 0)
+    message(FATAL_ERROR "${target} is not linked: ${complaint}")
   endif()
   if(linker STREQUAL "lld")
     set(option -Wl,--no-warn-symbol-ordering -Xlinker --symbol-ordering-file -Xlinker)

@@ -1,0 +1,106 @@
+// An order in every build: the projects of tests/build_systems, built by each build system with each linker, as a user's would
+// be. What is asked of all of them: without a call graph the link is plain, with one the functions stand in its order, a second
+// build does nothing, and a changed row links again and compiles nothing.
+#include "tests/run_tool.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+/// How a project is built in the folder "b p", with $linker, and with $fuse and $option as that linker needs them.
+struct build_system {
+    const char* name;
+    const char* set_up;
+    const char* build;
+    const char* reconfigure; ///< what it needs besides when a call graph has appeared or gone
+};
+
+const char* const configure_cmake = "cmake -S . -B b -D Ordwell_DIR=\"" ORDWELL_BUILD "\" -D LINKER=$linker -G ";
+
+const build_system systems[] = {
+    {"Ninja", "configure Ninja", "cmake --build b", ""},
+    {"Makefiles", "configure 'Unix Makefiles'", "cmake --build b", ""},
+    {"MultiConfig", "configure 'Ninja Multi-Config'", "cmake --build b --config Release", ""},
+    {"Meson", "meson setup b -Dlinker=$linker -Dfuse=$fuse -Dorder_option=$option", "meson compile -C b",
+     "meson setup --reconfigure b"},
+    {"Make", "mkdir b && cp * b", "cp app.csv b; make -C b LINKER=$linker ORDER_OPTION=\"$fuse $option\"",
+     "rm -f b/app.csv"},
+    {"Automake", "autoreconf -i && mkdir b && cd b && ../configure --disable-static CFLAGS=-O0 CXXFLAGS=-O0",
+     "make -C b LINKER=$linker ORDER_OPTION=\"$fuse $option\"", ""},
+};
+
+const char* const linkers[][3] = {
+    {"lld", "-fuse-ld=lld", "-Wl,--no-warn-symbol-ordering,--symbol-ordering-file="},
+    {"gold", "-fuse-ld=gold", "-Wl,--section-ordering-file="},
+    {"ld", "-fuse-ld=bfd", "-Wl,-T,"},
+};
+
+// A folder with the sample and shell functions for the tests; the path has a blank where the build system takes one.
+class Build : public testing::Test {
+protected:
+    void SetUp() override {
+        folder.write("functions", std::string(R"(
+            configure() { generator=$1; shift; )") +
+                                      configure_cmake + R"( "$generator" "$@"; }
+            app() { find b -type f -name app ! -path '*/plain/*' -print -quit; }
+            # placed: the functions of the program as they lie, of those that the order names; wanted: as the order has them
+            wanted() { cat "$(find b -name '*order.cmd' -print -quit)" | sed 's/.*="//; s/"$//' | grep -v gone; }
+            placed() { wanted >names; nm -n "$(app)" | awk '{ print $3 }' | grep -F -x -f names; }
+            # states: when the program and what it is made of were written
+            states() { find b "(" -name '*.o' -o -name '*.a' -o -name '*.so' ")" -exec stat -c '%n %y' "{}" + | sort; }
+            cd s*
+        )");
+    }
+    outcome run(const std::string& command) const { return folder.run(". ./functions\n" + command); }
+    void take_sample(const std::string& place) const {
+        folder.run("cp -r " ORDWELL_SOURCE "/tests/build_systems '" + place + "'");
+    }
+    scratch_folder folder;
+};
+
+const std::string first_calls = csv("main,_ZL5ofteni,100\n_ZL5ofteni,part_work,100\npart_work,part_low,200\n"
+                                    "_ZL5ofteni,_ZL4lasti,100\ngone,main,1\n");
+const std::string other_calls = csv("_ZL4lasti,part_low,900\nmain,_ZL5ofteni,100\n_ZL5neveri,part_work,500\n"
+                                    "main,part_work,4\n");
+
+class EveryBuild : public Build, public testing::WithParamInterface<std::tuple<build_system, const char* const*>> {};
+
+TEST_P(EveryBuild, FollowsTheCalls) {
+    const auto& [system, linker] = GetParam();
+    const bool is_cmake = std::string(system.build).starts_with("cmake");
+    const std::string place = is_cmake ? "s p" : "sample";
+    take_sample(place);
+    const std::string shell = std::string("linker=") + linker[0] + " fuse=" + linker[1] + " option=" + linker[2] +
+                              "\nbuild() { " + system.build + " >log 2>&1 || { cat log; false; }; }\n";
+    const outcome plain = run(shell + "(" + system.set_up + ") >log 2>&1 || cat log\nbuild\n\"$(app)\" >before; states");
+    ASSERT_EQ(plain.status, 0) << plain.out << plain.err;
+
+    const std::string reconfigure = std::string(system.reconfigure) + " >log 2>&1\n";
+    folder.write(place + "/app.csv", first_calls);
+    const outcome ordered = run(shell + reconfigure + "build; placed; wanted | diff - names");
+    EXPECT_EQ(ordered.out, run("wanted").out) << ordered.err;
+    EXPECT_EQ(std::count(ordered.out.begin(), ordered.out.end(), '\n'), 5);
+    EXPECT_EQ(run("states").out, plain.out) << "the libraries and objects are compiled once";
+    EXPECT_EQ(run("\"$(app)\" | diff - before").out, "") << "it does what it did";
+
+    const std::string seen = run("stat -c %y \"$(app)\"").out;
+    EXPECT_EQ(run(shell + "build; stat -c %y \"$(app)\"").out, seen) << "nothing to do";
+
+    folder.write(place + "/app.csv", other_calls);
+    const outcome changed = run(shell + "build; placed");
+    EXPECT_EQ(changed.out, run("wanted").out) << changed.err;
+    EXPECT_NE(changed.out, ordered.out);
+    EXPECT_EQ(run("states").out, plain.out);
+
+    const outcome gone = run(shell + "rm app.csv\n" + reconfigure + "build; placed");
+    EXPECT_EQ(gone.status, 0) << gone.out;
+    EXPECT_NE(gone.out, changed.out) << "linked plainly again";
+}
+
+INSTANTIATE_TEST_SUITE_P(BySystem, EveryBuild,
+                         testing::Combine(testing::ValuesIn(systems), testing::ValuesIn(linkers)),
+                         [](const auto& info) {
+                             return std::get<0>(info.param).name + std::string("_") + std::get<1>(info.param)[0];
+                         });
+
+} // namespace
