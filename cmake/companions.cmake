@@ -7,6 +7,7 @@ pkg_check_modules(libelf REQUIRED IMPORTED_TARGET libelf)
 add_library(ordwell_companion STATIC
   binary/elf_file.cpp
   binary/function_table.cpp
+  binary/object_list.cpp
   support/companion.cpp
   support/output_file.cpp)
 target_link_libraries(ordwell_companion PUBLIC ordwell_core CLI11::CLI11 PkgConfig::libelf)
