@@ -23,7 +23,8 @@ add_library(ordwell_import STATIC
   import/perf.cpp
   import/profile_format.cpp
   import/profile_input.cpp
-  import/stacks.cpp)
+  import/stacks.cpp
+  import/weighed.cpp)
 target_link_libraries(ordwell_import PUBLIC ordwell_companion)
 
 add_executable(ordwell-import import/main.cpp)
