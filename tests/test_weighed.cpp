@@ -134,7 +134,7 @@ TEST(Weighed, ComesWithTheCallsOrNotAtAll) {
 // A real program: what the linked one tells of sizes is what its objects tell, and the weights are those of these sizes.
 TEST(Weighed, TakesSizesFromProgramsAndObjects) {
     const scratch_folder folder;
-    const outcome ran = folder.run(R"(cp )" ORDWELL_SOURCE R"(/tests/sample/*.cpp . &&
+    const outcome ran = folder.run(R"(cp )" ORDWELL_SOURCE R"(/tests/sample/* . &&
         g++ -O2 -ffunction-sections -c main.cpp shapes.cpp && g++ main.o shapes.o -o sample &&
         valgrind -q --tool=callgrind --demangle=no --callgrind-out-file=p ./sample >/dev/null &&
         printf 'main.o\nshapes.o\n' >list &&
