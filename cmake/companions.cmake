@@ -8,6 +8,7 @@ add_library(ordwell_companion STATIC
   binary/demangle.cpp
   binary/elf_file.cpp
   binary/function_table.cpp
+  binary/object_list.cpp
   binary/thin_archive.cpp
   support/companion.cpp
   support/output_file.cpp)
@@ -28,7 +29,8 @@ add_library(ordwell_import STATIC
   import/profile_format.cpp
   import/profile_input.cpp
   import/profile_names.cpp
-  import/stacks.cpp)
+  import/stacks.cpp
+  import/weighed.cpp)
 target_link_libraries(ordwell_import PUBLIC ordwell_companion)
 
 add_executable(ordwell-import import/main.cpp)

@@ -1,12 +1,9 @@
 #include "export/sections.h"
 
 #include "binary/elf_file.h"
-#include "support/failure.h"
+#include "binary/object_list.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
-#include <fstream>
 
 #define HAVE_DECL_BASENAME 1 // else libiberty declares it against the C library
 #include <libiberty/demangle.h>
@@ -78,17 +75,13 @@ std::vector<std::string> usual_sections(std::string_view function) {
     return names;
 }
 
-void section_table::add(const std::string& path) {
-    if (path.starts_with('@')) {
-        std::ifstream list(path.substr(1));
-        if (!list.is_open()) {
-            throw failure(path.substr(1), std::strerror(errno));
-        }
-        for (std::string object; list >> object;) {
-            add(object);
-        }
-        return;
+void section_table::add(const std::string& argument) {
+    for (const std::string& path : listed_objects(argument)) {
+        add_file(path);
     }
+}
+
+void section_table::add_file(const std::string& path) {
     visit_elf_objects(path, [this](const elf_object& object) {
         // What one section holds: the address of its first function, and whether there is one at another address.
         struct occupation {

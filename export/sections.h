@@ -31,9 +31,8 @@ public:
         std::vector<std::uint32_t> crowded_objects;
     };
 
-    /// Adds an object, an archive, or with "@FILE" those that FILE names, separated by blanks or line feeds. Throws
-    /// `failure`.
-    void add(const std::string& path);
+    /// Adds an object, an archive, or with "@FILE" those that FILE lists (binary/object_list.h). Throws `failure`.
+    void add(const std::string& argument);
 
     /// Where a function lies; null when no object defines it.
     const placement* find(const std::string& function) const;
@@ -41,6 +40,8 @@ public:
     const std::string& object(std::uint32_t number) const { return objects_[number]; }
 
 private:
+    void add_file(const std::string& path);
+
     std::vector<std::string> objects_; ///< those that have a section of several functions
     std::unordered_map<std::string, placement> placements_;
 };

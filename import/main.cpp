@@ -4,12 +4,15 @@
 //
 // The formats are found by content (import/profile_format.h); what is kept of them, and under which names, is decided in
 // import/call_table.h.
+#include "binary/object_list.h"
 #include "import/profile_format.h"
+#include "import/weighed.h"
 #include "support/companion.h"
 #include "support/failure.h"
 
 #include <cstdlib>
 #include <memory>
+#include <optional>
 #include <string>
 #include <unistd.h>
 #include <vector>
@@ -23,6 +26,8 @@ struct settings {
     std::string object;
     std::string event;
     std::string output;
+    std::string weighed;
+    std::vector<std::string> objects; ///< what tells the sizes of functions besides the binary
     bool is_quiet = false;
     std::vector<std::string> profiles;
 };
@@ -99,7 +104,48 @@ void report(const CLI::App& command_line, const call_table::summary& done) {
     }
 }
 
+// Every file that is read.
+std::vector<std::string> inputs_of(const settings& chosen) {
+    std::vector<std::string> inputs = chosen.profiles;
+    inputs.push_back(chosen.binary);
+    for (const std::string& objects : chosen.objects) {
+        const std::vector<std::string> listed = listed_objects(objects);
+        inputs.insert(inputs.end(), listed.begin(), listed.end());
+        inputs.push_back(objects.substr(objects.starts_with('@') ? 1 : 0));
+    }
+    return inputs;
+}
+
+// Writes the calls and the weighed rows; the calls not where only the weighed rows are wanted.
+void write_rows(const settings& chosen, const call_table& calls, const function_table* binary) {
+    std::optional<output_file> weighed;
+    if (!chosen.weighed.empty()) {
+        function_sizes sizes;
+        if (binary != nullptr) {
+            sizes.add(binary->symbols());
+        }
+        for (const std::string& objects : chosen.objects) {
+            sizes.add_objects(objects);
+        }
+        weighed.emplace(chosen.weighed);
+        write_weighed(calls, sizes, *weighed);
+    }
+    std::optional<output_file> out;
+    if (!chosen.output.empty() || !weighed.has_value()) {
+        out.emplace(chosen.output);
+        calls.write(*out);
+    }
+    std::vector<output_file*> files;
+    for (std::optional<output_file>* const file : {&out, &weighed}) {
+        if (file->has_value()) {
+            files.push_back(&**file);
+        }
+    }
+    finish_together(files);
+}
+
 int import_profiles(const CLI::App& command_line, const settings& chosen) {
+    check_outputs({chosen.output, chosen.weighed}, inputs_of(chosen));
     std::unique_ptr<function_table> binary;
     if (!chosen.binary.empty()) {
         binary = std::make_unique<function_table>(chosen.binary);
@@ -120,15 +166,12 @@ int import_profiles(const CLI::App& command_line, const settings& chosen) {
     if (calls.is_empty()) {
         throw nothing_kept(chosen, calls, calls.summarise());
     }
-    output_file out(chosen.output);
-    const call_table::summary done = calls.summarise();
-    calls.write(out);
-    out.finish();
+    write_rows(chosen, calls, binary.get());
     if (!chosen.is_quiet) {
         for (const std::string& line : calls.told()) {
             say(command_line, line);
         }
-        report(command_line, done);
+        report(command_line, calls.summarise());
     }
     return 0;
 }
@@ -153,6 +196,20 @@ int main(int argc, char** argv) {
     command_line.add_option("--event", chosen.event, "Take the samples of this event or type of value")
         ->option_text("NAME");
     command_line.add_option("-o,--output", chosen.output, "Write to this file instead of standard output")
+        ->option_text("FILE");
+    CLI::Option* const weighed =
+        command_line
+            .add_option(
+                "--weighed", chosen.weighed,
+                "Write to this file the rows with the weights that serve the layout best; without -o nothing else")
+            ->check([](const std::string& file) { return file == "-" ? "must name a file" : ""; })
+            ->option_text("FILE");
+    command_line
+        .add_option("--objects", chosen.objects,
+                    "Take the sizes of functions for --weighed from this object, archive or list (@FILE); may be given "
+                    "repeatedly")
+        ->allow_extra_args(false)
+        ->needs(weighed)
         ->option_text("FILE");
     command_line.add_flag("--quiet", chosen.is_quiet, "Say nothing but errors");
     command_line.add_option("PROFILE", chosen.profiles, "Profiles; - is standard input")->required()->option_text("");

@@ -147,14 +147,16 @@ TEST(Export, SaysWhatIsWrong) {
               "ordwell-export: order: neither an ELF file nor an archive\n");
     EXPECT_EQ(folder.run("ordwell-export --linker=gold --objects=@gone order").err,
               "ordwell-export: gone: No such file or directory\n");
+    EXPECT_EQ(folder.run("echo >none; ordwell-export --linker=gold --objects=@none order").err,
+              "ordwell-export: none: a list of objects that names none\n");
     EXPECT_EQ(folder.run("ordwell-export --linker=ld -o 'a b,c' order").err,
               "ordwell-export: link with -Xlinker -T -Xlinker 'a b,c'\n");
     EXPECT_EQ(folder.run("ordwell-export --linker=lld -o \"it's\" order").err,
               "ordwell-export: link with -fuse-ld=lld '-Wl,--symbol-ordering-file=it'\\''s'\n");
     // A function that no object has is counted.
-    folder.run(
-        "printf 'int f() { return 1; } int h() { return 2; }' >a.c; gcc -ffunction-sections -c a.c; ar rc a.a a.o");
-    folder.write("list", "a.o\na.a");
+    folder.run("printf 'int f() { return 1; } int h() { return 2; }' >a.c; gcc -ffunction-sections -c a.c; "
+               "cp a.o 'a b.o'; ar rc a.a a.o");
+    folder.write("list", "a b.o\r\n\na.a"); // a path a line
     EXPECT_EQ(folder.run("ordwell-export --linker=gold --verbose --objects=@list order 2>&1").out,
               ".text.f\nordwell-export: 1 function of the order in no object\nordwell-export:   g\n"
               "ordwell-export: link with -fuse-ld=gold -Wl,--section-ordering-file=FILE\n");
