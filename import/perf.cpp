@@ -118,12 +118,11 @@ private:
         ++sample_count_;
         std::string_view rest = line;
         const bool has_time = has_perf_time(line);
-        if (!has_time && line.starts_with(' ') && take_perf_address(rest)) { // without any head
-            enter_event({});
-            read_behind_address(rest);
-            return;
+        perf_head head = parse_perf_head(line);
+        if (head.rest.empty() && !head.ends_with_event && !has_time && line.starts_with(' ') &&
+            take_perf_address(rest)) {
+            head.rest = line; // without any head, and not aligned
         }
-        const perf_head head = parse_perf_head(line);
         enter_event(head.event);
         rest = head.rest;
         if (take_perf_address(rest)) {
