@@ -246,7 +246,11 @@ private:
             if (l.object != no_object && !calls_.is_wanted_object(objects_.name(l.object))) {
                 entry->second = call_table::outside;
             } else if (has_addresses_ && calls_.binary() != nullptr) {
-                entry->second = calls_.at(address, name);
+                // What has no symbol is named after the address where it begins, which tells more than one inside: crt's
+                // functions have a start but no size.
+                std::uint64_t start = 0;
+                const bool tells_start = name.starts_with("0x") && parse_hexadecimal_or_decimal(name, start);
+                entry->second = calls_.at(tells_start ? start : address, name);
             } else {
                 entry->second = calls_.named(name);
             }

@@ -314,6 +314,9 @@ bool is_perf(std::string_view head) {
     if (next.starts_with('\t') && take_perf_address(next)) {
         return true;
     }
+    if (std::string_view alone = line; line.starts_with('\t') && take_perf_address(alone) && alone.empty()) {
+        return true; // other formats have two words at least
+    }
     std::uint64_t count = 0; // that other formats have at the end of each line
     return !parse_count(line.substr(line.rfind(' ') + 1), count) &&
            ((line.find_first_of("\t ") == 0 && take_perf_address(rest)) || !parse_perf_head(line).rest.empty());

@@ -207,6 +207,8 @@ TEST_F(ImportMistakes, PerfFieldsAndEvents) {
         folder.run(script + "-F " + fields + " >p");
         EXPECT_NE(said("p").find("the field "s + missing + " is missing"), std::string::npos) << fields;
     }
+    folder.write("p", "\t            1145\n\t            1169\n"); // digits that might be a count
+    EXPECT_NE(said("p").find("the field sym is missing"), std::string::npos);
     // Branch records, by hand in perf's form: this machine cannot record them.
     folder.write("p", "            1253 f+0x3main+0x5/f+0x0/P/-/-/0 \n");
     EXPECT_NE(said("p").find("the field dso is missing"), std::string::npos);
