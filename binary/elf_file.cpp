@@ -4,12 +4,15 @@
 #include "support/failure.h"
 #include "support/memory.h"
 
+#include <ar.h>
 #include <cerrno>
+#include <charconv>
 #include <cstring>
 #include <fcntl.h>
 #include <gelf.h>
 #include <libelf.h>
 #include <memory>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
@@ -57,13 +60,36 @@ void expect_no_bitcode(std::string_view bytes, const std::string& label) {
     }
 }
 
-void visit_members(Elf* elf, int file, const std::string& label, int depth,
+// Ends with a message for an archive whose members go beyond the file, which libelf takes for a shorter one. Members begin at
+// even places, behind headers.
+void expect_whole_archive(Elf* elf, int file, std::uint64_t size, const std::string& label) {
+    for (std::uint64_t at = SARMAG; at + 1 < size;) {
+        struct ar_hdr header;
+        std::uint64_t length = 0;
+        bool is_there = size - at >= sizeof header;
+        if (is_there && file >= 0) {
+            is_there = pread(file, &header, sizeof header, static_cast<off_t>(at)) == sizeof header;
+        } else if (is_there) {
+            std::memcpy(&header, raw_bytes(elf).data() + at, sizeof header);
+        }
+        const char* const end = header.ar_size + sizeof header.ar_size;
+        if (!is_there || std::from_chars(header.ar_size, end, length).ec != std::errc() ||
+            length > size - at - sizeof header) {
+            throw failure(label, "a damaged archive: cut off, or not written to its end");
+        }
+        at += sizeof header + length + length % 2;
+    }
+}
+
+// `size`: of the file, in bytes.
+void visit_members(Elf* elf, int file, std::uint64_t size, const std::string& label, int depth,
                    const std::function<void(const elf_object&)>& visit) {
     switch (elf_kind(elf)) {
     case ELF_K_ELF:
-        visit(elf_object(elf, label));
+        visit(elf_object(elf, label, size));
         return;
     case ELF_K_AR:
+        expect_whole_archive(elf, file, size, label);
         break;
     default: {
         const std::string_view bytes = raw_bytes(elf);
@@ -74,7 +100,10 @@ void visit_members(Elf* elf, int file, const std::string& label, int depth,
             return;
         }
         expect_no_bitcode(bytes, label);
-        throw failure(label, bytes.empty() ? "an empty file" : "neither an ELF file nor an archive");
+        throw failure(label, bytes.empty() ? "an empty file"
+                             : bytes.starts_with("#!")
+                                 ? "a script: give the program that it starts (libtool: .libs/NAME)"
+                                 : "neither an ELF file nor an archive");
     }
     }
     // What lies in memory is "mapped": the other command would read a file.
@@ -91,7 +120,7 @@ void visit_members(Elf* elf, int file, const std::string& label, int depth,
         const std::string name = header == nullptr || header->ar_name == nullptr ? "?" : header->ar_name;
         const std::string member_label = label + "(" + name + ")";
         if (elf_kind(member.get()) == ELF_K_ELF) {
-            visit(elf_object(member.get(), member_label));
+            visit(elf_object(member.get(), member_label, size - static_cast<std::uint64_t>(elf_getbase(member.get()))));
         } else {
             expect_no_bitcode(raw_bytes(member.get()), member_label);
         }
@@ -107,19 +136,41 @@ void visit_file(const std::string& path, int depth, const std::function<void(con
     }
     const std::unique_ptr<const int, void (*)(const int*)> closer(&file,
                                                                   [](const int* open_file) { close(*open_file); });
+    struct stat properties {};
+    if (fstat(file, &properties) != 0 || !S_ISREG(properties.st_mode)) {
+        throw failure(path,
+                      S_ISDIR(properties.st_mode) ? std::strerror(EISDIR) : "not a regular file, which it has to be");
+    }
     const elf_handle elf(elf_begin(file, ELF_C_READ, nullptr));
     if (elf == nullptr) {
         throw failure(path, "cannot be read: " + libelf_error());
     }
-    visit_members(elf.get(), file, path, depth, visit);
+    visit_members(elf.get(), file, static_cast<std::uint64_t>(properties.st_size), path, depth, visit);
+}
+
+// Whether a file of `size` bytes is long enough for the sections that its header tells of. Their table stands at the end of
+// most files, and libelf takes one that is not there for an empty one.
+bool has_sections(Elf* elf, const GElf_Ehdr& header, std::uint64_t size) {
+    std::size_t count = 0;
+    if (header.e_shoff == 0) {
+        return true;
+    }
+    if (elf_getshdrnum(elf, &count) != 0 || count == 0) {
+        check_memory();
+        return false;
+    }
+    return header.e_shoff <= size && header.e_shentsize != 0 && (size - header.e_shoff) / header.e_shentsize >= count;
 }
 
 } // namespace
 
-elf_object::elf_object(Elf* elf, std::string label) : elf_(elf), label_(std::move(label)) {
+elf_object::elf_object(Elf* elf, std::string label, std::uint64_t size) : elf_(elf), label_(std::move(label)) {
     GElf_Ehdr header;
     if (gelf_getehdr(elf_, &header) == nullptr || elf_getshdrstrndx(elf_, &section_names_) != 0) {
         throw failure(label_, "not a usable ELF file: " + libelf_error());
+    }
+    if (!has_sections(elf_, header, size)) {
+        throw failure(label_, "a damaged ELF file: cut off, or not written to its end");
     }
     is_64_bit_ = gelf_getclass(elf_) == ELFCLASS64;
     is_little_endian_ = header.e_ident[EI_DATA] == ELFDATA2LSB;
@@ -331,5 +382,5 @@ void visit_elf_objects(std::string& bytes, const std::string& label,
     if (elf == nullptr) {
         throw failure(label, "cannot be read: " + libelf_error());
     }
-    visit_members(elf.get(), -1, label, 0, visit);
+    visit_members(elf.get(), -1, bytes.size(), label, 0, visit);
 }

@@ -54,8 +54,9 @@ struct elf_call {
 /// An open ELF file or archive member.
 class elf_object {
 public:
-    /// Looks at an open ELF descriptor, which stays the caller's. `label` is its name in messages.
-    elf_object(Elf* elf, std::string label);
+    /// Looks at an open ELF descriptor, which stays the caller's. `label` is its name in messages, `size`
+    /// how many bytes the file has from its beginning on. Throws `failure` for one that is damaged or cut off.
+    elf_object(Elf* elf, std::string label, std::uint64_t size);
 
     const std::string& label() const { return label_; }
     bool is_64_bit() const { return is_64_bit_; }
@@ -93,7 +94,8 @@ private:
 /// Whether a file that begins like this is code for LLVM's optimiser, which clang -flto writes as object files.
 bool is_llvm_bitcode(std::string_view bytes);
 
-/// Visits an ELF file, or every ELF member of an archive, also of a thin one. Throws `failure` for a file that cannot be read or is neither.
+/// Visits an ELF file, or every ELF member of an archive, also of a thin one. Throws `failure` for a file that cannot be read,
+/// is cut off, or is neither.
 void visit_elf_objects(const std::string& path, const std::function<void(const elf_object&)>& visit);
 
 /// The same for a file whose bytes are in memory; they must not be constant, since libelf may turn them to this machine's

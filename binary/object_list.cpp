@@ -32,3 +32,11 @@ std::vector<std::string> listed_objects(const std::string& argument) {
     }
     return paths;
 }
+
+std::vector<std::string> object_inputs(const std::string& argument) {
+    std::vector<std::string> inputs = listed_objects(argument);
+    if (argument.starts_with('@')) {
+        inputs.push_back(argument.substr(1));
+    }
+    return inputs;
+}

@@ -8,3 +8,6 @@
 /// The paths that the option's argument stands for, in their order. Throws `failure` for a list that cannot be read or
 /// names no file.
 std::vector<std::string> listed_objects(const std::string& argument);
+
+/// Every file that the option's argument has read: these paths, and the list.
+std::vector<std::string> object_inputs(const std::string& argument);

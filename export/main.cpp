@@ -3,9 +3,10 @@
 //     ordwell-export --linker=lld -o app.order app.cmd
 //
 // Of several order files the names count where they first stand, in turn, so that start-up may come first in an order of its
-// own and everything else behind it. A linker is a file that turns names into lines (export/linker_format.h). Those that place sections get the sections of
-// the functions (export/sections.h).
+// own and everything else behind it. A linker is a file that turns names into lines (export/linker_format.h). Those that
+// place sections get the sections of the functions (export/sections.h).
 #include "ORDWELL/order_file.h"
+#include "binary/object_list.h"
 #include "export/linker_format.h"
 #include "export/sections.h"
 #include "support/companion.h"
@@ -201,6 +202,12 @@ std::vector<std::string> lines_of(const std::vector<std::string>& functions, con
 
 int export_order(const CLI::App& command_line, const settings& chosen) {
     const linker_format& format = format_of(chosen.linker);
+    std::vector<std::string> inputs = chosen.order_files;
+    for (const std::string& object : chosen.objects) {
+        const std::vector<std::string> read = object_inputs(object);
+        inputs.insert(inputs.end(), read.begin(), read.end());
+    }
+    check_outputs({chosen.output}, inputs);
     const std::vector<std::string> functions = functions_of(command_line, chosen);
     section_table objects;
     for (const std::string& object : chosen.objects) {

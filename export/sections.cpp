@@ -2,6 +2,7 @@
 
 #include "binary/elf_file.h"
 #include "binary/object_list.h"
+#include "support/failure.h"
 
 #include <algorithm>
 
@@ -83,6 +84,9 @@ void section_table::add(const std::string& argument) {
 
 void section_table::add_file(const std::string& path) {
     visit_elf_objects(path, [this](const elf_object& object) {
+        if (object.purpose() != elf_purpose::object) {
+            throw failure(object.label(), "linked already: give the objects that it was linked of");
+        }
         // What one section holds: the address of its first function, and whether there is one at another address.
         struct occupation {
             std::uint64_t address;

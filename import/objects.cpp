@@ -11,7 +11,9 @@ bool is_objects(std::string_view head) {
 void read_objects(profile_input& profile, call_table& calls) {
     std::string bytes = profile.whole();
     bool has_calls = false;
+    bool is_linked = false;
     visit_elf_objects(bytes, profile.name(), [&](const elf_object& object) {
+        is_linked |= object.purpose() != elf_purpose::object;
         for (const elf_call& call : object.call_graph_profile()) {
             const call_table::function from = calls.named(call.caller, name_form::linker);
             calls.add_call(from, calls.named(call.callee, name_form::linker), call.count);
@@ -19,6 +21,7 @@ void read_objects(profile_input& profile, call_table& calls) {
         }
     });
     if (!has_calls) {
-        calls.note_why_empty("no call graph profile: compile with clang -fprofile-use, without -flto");
+        calls.note_why_empty(is_linked ? "a program, not a profile: name it with --binary, and a profile of it"
+                                       : "no call graph profile: compile with clang -fprofile-use, without -flto");
     }
 }

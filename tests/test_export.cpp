@@ -149,6 +149,22 @@ TEST(Export, SaysWhatIsWrong) {
               "ordwell-export: gone: No such file or directory\n");
     EXPECT_EQ(folder.run("echo >none; ordwell-export --linker=gold --objects=@none order").err,
               "ordwell-export: none: a list of objects that names none\n");
+    // What is no object, or not all of one; and what is read is not written.
+    folder.run("echo 'int f() { return 1; } int main() { return f(); }' >m.c; gcc -ffunction-sections -c m.c; "
+               "gcc m.o -o app; ar rc m.a m.o; cp order app.cmd; ln order same; echo m.o >list; echo '#!' >script");
+    const std::pair<const char*, const char*> cases[] = {{"--objects=", "app: linked already: "},
+                                                         {"--objects=", "script: a script: "},
+                                                         {"--objects=", "cut: a damaged ELF file"},
+                                                         {"--objects=", "cut.a: a damaged archive"},
+                                                         {"-o ", "same: is an input"},
+                                                         {"-o ", "m.o: is an input"},
+                                                         {"-o ", "list: is an input"}};
+    for (const std::pair<std::string, std::string> c : cases) {
+        const outcome ran = folder.run("head -c -9 m.o >cut; head -c -9 m.a >cut.a; ordwell-export --quiet "
+                                       "--linker=lld --objects=@list order " +
+                                       c.first + c.second.substr(0, c.second.find(':')));
+        EXPECT_TRUE(ran.err.starts_with("ordwell-export: " + c.second)) << ran.err;
+    }
     EXPECT_EQ(folder.run("ordwell-export --linker=ld -o 'a b,c' order").err,
               "ordwell-export: link with -Xlinker -T -Xlinker 'a b,c'\n");
     EXPECT_EQ(folder.run("ordwell-export --linker=lld -o \"it's\" order").err,
