@@ -62,6 +62,7 @@ TEST(Import, ReadsTextFormats) {
         {"a b 4294967295\nc d 3\n", "", "a,b,4294967295\nc,d,3\n"},
         {"f(int) g(char) 1\nh i 2\n", "--format=pairs", "h,i,2\n"}, // no more than half of them
         {"main;f;g 17\nmain;f 2\nmain;f;g 1\nlone 4\nr;r;r 6\n", "", "f,g,18\nmain,f,2\nlone,lone,4\nr,r,6\n"},
+        {"a;;b 3\n", "", "b,b,3\na,a,3\n"}, // a frame without a name
         {"main;a b;c d 17\n", "", "a b,c d,17\nmain,main,17\n"},
         {chains + chains, "", "main,f,2\n"},
         {chains, "--object=app", "main,f,1\n"},
