@@ -1,12 +1,5 @@
-// The reader of weighted call graph files.
-//
-//     "caller","callee","weight"
-//     main,f,10
-//     f,g,3
-//
-// The first line is the header. Every further line is a row of three fields; anything behind the weight is ignored, and
-// so is a row that starts with a double quote (the header again, where files were concatenated) or whose weight is
-// 0. Names are taken byte for byte. The first bad row ends the file with one message; what was read before it stays.
+// The reader of weighted call graph files (ORDWELL/call_row.h). The first bad row ends the file with one message; what was
+// read before it stays.
 //
 // The file is read in blocks of whole lines (support/line_blocks.h), so that a row is looked at where it was read and
 // its names are copied only when they are new. Rows go to the graph in batches (ORDWELL/call_profile.h says why). The
@@ -14,64 +7,16 @@
 // lines before it count, and the one that it cut off does not: its weight might have lost digits.
 #include "DIAG/diag_messages.h"
 #include "ORDWELL/call_profile.h"
+#include "ORDWELL/call_row.h"
 #include "ORDWELL/pettis_hansen.h"
 #include "support/debug_switch.h"
 #include "support/line_blocks.h"
-#include "support/strcase.h"
-
-#include <charconv>
 
 namespace {
 
 const register_option debug_wcg("debug:wcg");
 
 constexpr const char* graph_file = "ORDWELL/pettis_hansen";
-
-/// Takes the text up to the next comma, and the comma, off the front of `rest`.
-std::string_view take_field(std::string_view& rest) {
-    const std::size_t comma = rest.find(',');
-    const std::string_view field = rest.substr(0, comma);
-    rest.remove_prefix(comma == std::string_view::npos ? rest.size() : comma + 1);
-    return field;
-}
-
-/// Reads a weight: white space, an optional sign, decimal digits. A minus sign negates modulo 2^32. False when there is
-/// no digit or the digits exceed 4294967295.
-bool parse_weight(std::string_view text, std::uint32_t& weight) {
-    while (!text.empty() && is_space(text.front())) {
-        text.remove_prefix(1);
-    }
-    const bool negative = text.starts_with('-');
-    if (negative || text.starts_with('+')) {
-        text.remove_prefix(1);
-    }
-    if (std::from_chars(text.data(), text.data() + text.size(), weight).ec != std::errc()) {
-        return false;
-    }
-    weight = negative ? 0 - weight : weight;
-    return true;
-}
-
-/// What a line after the header turned out to be.
-enum class line_kind { row, skipped, bad_caller, bad_callee, bad_weight };
-
-line_kind parse_row(std::string_view line, call_row& row) {
-    if (line.starts_with('"')) {
-        return line_kind::skipped;
-    }
-    if (line.empty()) {
-        return line_kind::bad_caller;
-    }
-    row.caller = take_field(line);
-    if (line.empty()) {
-        return line_kind::bad_callee;
-    }
-    row.callee = take_field(line);
-    if (!parse_weight(line, row.weight)) {
-        return line_kind::bad_weight;
-    }
-    return row.weight == 0 ? line_kind::skipped : line_kind::row;
-}
 
 void report_bad_row(line_kind kind, const char* filename, int line_number) {
     switch (kind) {
@@ -142,16 +87,5 @@ void PETTIS_HANSEN_GRAPH::read(std::string& filename) {
 }
 
 bool PETTIS_HANSEN_GRAPH::verify_csv_header(std::string& line) {
-    std::string_view rest(line);
-    if (take_field(rest) != "\"caller\"" || take_field(rest) != "\"callee\"") {
-        return false;
-    }
-    while (!rest.empty() && is_space(rest.front())) {
-        rest.remove_prefix(1);
-    }
-    std::size_t length = 0;
-    while (length < rest.size() && !is_space(rest[length])) {
-        ++length;
-    }
-    return rest.substr(0, length) == "\"weight\"";
+    return is_csv_header(line);
 }

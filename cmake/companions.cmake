@@ -20,7 +20,10 @@ target_compile_definitions(ordwell_companion PRIVATE ORDWELL_VERSION="${PROJECT_
 add_library(ordwell_import STATIC
   import/call_table.cpp
   import/callgrind.cpp
+  import/comparison.cpp
+  import/csv.cpp
   import/gmon.cpp
+  import/import_run.cpp
   import/objects.cpp
   import/pair_table.cpp
   import/pairs.cpp

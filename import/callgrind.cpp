@@ -81,6 +81,9 @@ public:
             if (line.empty() || line.front() == '#') {
                 continue;
             }
+            if (!profile_.has_line_feed() && ends_with_totals_ && is_part_open_ && !line.starts_with("totals:")) {
+                fail_cut_off();
+            }
             const char first = line.front();
             if ((first >= '0' && first <= '9') || first == '+' || first == '-' || first == '*') {
                 read_costs(line);
@@ -128,9 +131,13 @@ private:
             profile_.fail("ends before the costs of the last call");
         }
         if (ends_with_totals_ && is_part_open_) {
-            profile_.fail("cut off: what callgrind writes ends with a line \"totals:\"");
+            fail_cut_off();
         }
         is_part_open_ = false;
+    }
+
+    [[noreturn]] void fail_cut_off() const {
+        profile_.fail("cut off: what callgrind writes ends with a line \"totals:\"");
     }
 
     // Costs: positions, then counts. Those of a function show that it ran; those behind "calls=" complete the call.

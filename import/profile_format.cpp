@@ -1,18 +1,15 @@
 #include "import/profile_format.h"
 
-#include <array>
 #include <charconv>
 
 namespace {
 
-constexpr std::array<profile_format, 6> formats = {{
-    {"gmon", is_gmon, read_gmon},
-    {"objects", is_objects, read_objects},
-    {"callgrind", is_callgrind, read_callgrind},
-    {"perf", is_perf, read_perf, true},
-    {"pairs", is_pairs, read_pairs},
+constexpr profile_format formats[] = {
+    {"gmon", is_gmon, read_gmon},       {"objects", is_objects, read_objects},
+    {"csv", is_csv, read_csv},          {"callgrind", is_callgrind, read_callgrind},
+    {"perf", is_perf, read_perf, true}, {"pairs", is_pairs, read_pairs},
     {"stacks", is_stacks, read_stacks},
-}};
+};
 
 } // namespace
 

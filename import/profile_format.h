@@ -49,6 +49,7 @@ bool parse_count(std::string_view text, std::uint64_t& count);
 /// The first line that says something: neither empty nor a comment that starts with "#".
 std::string_view first_line(std::string_view head);
 
+bool is_csv(std::string_view head);
 bool is_callgrind(std::string_view head);
 bool is_perf(std::string_view head);
 bool is_pairs(std::string_view head);
@@ -56,6 +57,7 @@ bool is_stacks(std::string_view head);
 bool is_gmon(std::string_view head);
 bool is_objects(std::string_view head);
 
+void read_csv(profile_input& profile, call_table& calls);
 void read_callgrind(profile_input& profile, call_table& calls);
 void read_perf(profile_input& profile, call_table& calls);
 void read_pairs(profile_input& profile, call_table& calls);

@@ -29,10 +29,15 @@ public:
         if (rest_.empty() && !next_block()) {
             return false;
         }
+        const std::size_t size = rest_.size();
         line = take_line(rest_);
+        has_line_feed_ = line.size() < size;
         ++line_number_;
         return true;
     }
+
+    /// Whether the line that was taken last ended in a line feed; where not, it is the last and may have been cut off.
+    bool has_line_feed() const { return has_line_feed_; }
 
     /// Everything that was not taken yet. Throws `failure` at a read error.
     std::string whole();
@@ -49,6 +54,7 @@ private:
     line_blocks blocks_;
     std::string_view rest_; ///< of the current block
     std::size_t line_number_ = 0;
+    bool has_line_feed_ = true;
     bool shows_progress_;
     bool has_shown_ = false;
     std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
