@@ -240,6 +240,7 @@ std::string elf_object::build_id() const {
         Elf_Data* notes = nullptr;
         if (gelf_getshdr(section, &properties) == nullptr || properties.sh_type != SHT_NOTE ||
             (notes = elf_getdata(section, nullptr)) == nullptr || notes->d_buf == nullptr) {
+            check_memory();
             continue;
         }
         GElf_Nhdr note;

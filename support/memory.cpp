@@ -8,6 +8,7 @@
 namespace {
 
 constinit std::string_view message = "ERROR: out of memory\n";
+void (*clean_up_first)() = nullptr;
 
 // Runs before every static object of the program is made, since those need memory too.
 [[gnu::constructor(101)]] void install_new_handler() {
@@ -24,6 +25,9 @@ void* checked(void* block) {
 } // namespace
 
 void out_of_memory() {
+    if (clean_up_first != nullptr) {
+        clean_up_first();
+    }
     // write() and not stdio: a stream may need memory for its buffer, and there is none.
     if (write(STDERR_FILENO, message.data(), message.size()) < 0) {
         // Nobody is left to be told.
@@ -33,6 +37,10 @@ void out_of_memory() {
 
 void set_out_of_memory_message(std::string_view text) {
     message = text;
+}
+
+void set_out_of_memory_cleanup(void (*clean_up)()) {
+    clean_up_first = clean_up;
 }
 
 void* safemalloc(unsigned long size) {

@@ -11,6 +11,8 @@
 
 /// Gives a program another message for out_of_memory(), which has to stay where it is.
 void set_out_of_memory_message(std::string_view message);
+/// Has out_of_memory() call this first. It gets no memory, and nothing else of it is called afterwards.
+void set_out_of_memory_cleanup(void (*clean_up)());
 
 /// A block of `size` bytes, to be released with std::free(). Never null; ends the process as out_of_memory() does.
 void* safemalloc(unsigned long size);

@@ -1,6 +1,7 @@
 #include "support/output_file.h"
 
 #include "support/failure.h"
+#include "support/memory.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -84,6 +85,8 @@ output_file::output_file(const std::string& name) : name_(name) {
     }
     const mode_t mask = umask(0);
     umask(mask);
+    older_ = std::exchange(newest_, this);
+    set_out_of_memory_cleanup(abandon_all);
     static_cast<void>(fchmod(file_, exists ? existing.st_mode & 07777 : 0666 & ~mask)); // else it stays private
 }
 
@@ -93,6 +96,22 @@ output_file::~output_file() {
     }
     if (!temporary_.empty()) {
         unlink(temporary_.c_str());
+    }
+    for (output_file** file = &newest_; *file != nullptr; file = &(*file)->older_) {
+        if (*file == this) {
+            *file = older_;
+            break;
+        }
+    }
+}
+
+// The end of a process that has no memory left, and runs no destructor.
+void output_file::abandon_all() {
+    for (output_file* file = newest_; file != nullptr; file = file->older_) {
+        file->take_back();
+        if (!file->temporary_.empty()) {
+            unlink(file->temporary_.c_str());
+        }
     }
 }
 

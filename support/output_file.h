@@ -37,6 +37,7 @@ private:
     void close_file();
     void put_in_place();
     void take_back();
+    static void abandon_all();
     [[noreturn]] void fail(const char* what) const;
 
     std::string name_;      ///< for messages
@@ -47,6 +48,9 @@ private:
     bool had_target_ = false;  ///< whether there was a regular file before
     bool is_in_place_ = false; ///< whether `target_` is what was written here
     bool has_earlier_ = false; ///< whether `temporary_` then is the file that stood there before
+
+    static inline output_file* newest_ = nullptr; ///< of the regular files that are being written,
+    output_file* older_ = nullptr;                ///< and the one that was opened before this
 };
 
 /// Completes all of the files, or none that is regular: they are written to their ends first, then those that are written
