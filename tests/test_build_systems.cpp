@@ -5,6 +5,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <array>
+
 namespace {
 
 /// How a project is built in the folder "b p", with $linker, and with $fuse and $option as that linker needs them.
@@ -20,16 +23,16 @@ const char* const configure_cmake = "cmake -S . -B b -D Ordwell_DIR=\"" ORDWELL_
 const build_system systems[] = {
     {"Ninja", "configure Ninja", "cmake --build b", ""},
     {"Makefiles", "configure 'Unix Makefiles'", "cmake --build b", ""},
-    {"MultiConfig", "configure 'Ninja Multi-Config'", "cmake --build b --config Release", ""},
+    {"MultiConfig", "configure 'Ninja Multi-Config'", "cmake --build b --config Debug", ""},
     {"Meson", "meson setup b -Dlinker=$linker -Dfuse=$fuse -Dorder_option=$option", "meson compile -C b",
      "meson setup --reconfigure b"},
-    {"Make", "mkdir b && cp * b", "cp app.csv b; make -C b LINKER=$linker ORDER_OPTION=\"$fuse $option\"",
+    {"Make", "mkdir b && cp [!b]* b", "cp -p app.csv b; make -C b LINKER=$linker ORDER_OPTION=\"$fuse $option\"",
      "rm -f b/app.csv"},
     {"Automake", "autoreconf -i && mkdir b && cd b && ../configure --disable-static CFLAGS=-O0 CXXFLAGS=-O0",
      "make -C b LINKER=$linker ORDER_OPTION=\"$fuse $option\"", ""},
 };
 
-const char* const linkers[][3] = {
+const std::array<const char*, 3> linkers[] = {
     {"lld", "-fuse-ld=lld", "-Wl,--no-warn-symbol-ordering,--symbol-ordering-file="},
     {"gold", "-fuse-ld=gold", "-Wl,--section-ordering-file="},
     {"ld", "-fuse-ld=bfd", "-Wl,-T,"},
@@ -39,17 +42,17 @@ const char* const linkers[][3] = {
 class Build : public testing::Test {
 protected:
     void SetUp() override {
-        folder.write("functions", std::string(R"(
-            configure() { generator=$1; shift; )") +
-                                      configure_cmake + R"( "$generator" "$@"; }
-            app() { find b -type f -name app ! -path '*/plain/*' -print -quit; }
+        folder.write("functions",
+                     std::string("configure() { generator=$1; shift; ") + configure_cmake + R"shell("$generator" "$@"; }
+            export LD_LIBRARY_PATH=b:b/.libs # libtool's program is there, and what has its name is a script
+            app() { find b -type f -name app ! -path '*/plain/*' -exec grep -l '^.ELF' {} +; }
             # placed: the functions of the program as they lie, of those that the order names; wanted: as the order has them
             wanted() { cat "$(find b -name '*order.cmd' -print -quit)" | sed 's/.*="//; s/"$//' | grep -v gone; }
             placed() { wanted >names; nm -n "$(app)" | awk '{ print $3 }' | grep -F -x -f names; }
             # states: when the program and what it is made of were written
             states() { find b "(" -name '*.o' -o -name '*.a' -o -name '*.so' ")" -exec stat -c '%n %y' "{}" + | sort; }
             cd s*
-        )");
+        )shell");
     }
     outcome run(const std::string& command) const { return folder.run(". ./functions\n" + command); }
     void take_sample(const std::string& place) const {
@@ -63,7 +66,8 @@ const std::string first_calls = csv("main,_ZL5ofteni,100\n_ZL5ofteni,part_work,1
 const std::string other_calls = csv("_ZL4lasti,part_low,900\nmain,_ZL5ofteni,100\n_ZL5neveri,part_work,500\n"
                                     "main,part_work,4\n");
 
-class EveryBuild : public Build, public testing::WithParamInterface<std::tuple<build_system, const char* const*>> {};
+class EveryBuild : public Build,
+                   public testing::WithParamInterface<std::tuple<build_system, std::array<const char*, 3>>> {};
 
 TEST_P(EveryBuild, FollowsTheCalls) {
     const auto& [system, linker] = GetParam();
@@ -72,7 +76,8 @@ TEST_P(EveryBuild, FollowsTheCalls) {
     take_sample(place);
     const std::string shell = std::string("linker=") + linker[0] + " fuse=" + linker[1] + " option=" + linker[2] +
                               "\nbuild() { " + system.build + " >log 2>&1 || { cat log; false; }; }\n";
-    const outcome plain = run(shell + "(" + system.set_up + ") >log 2>&1 || cat log\nbuild\n\"$(app)\" >before; states");
+    const outcome plain =
+        run(shell + "(" + system.set_up + ") >log 2>&1 || cat log\nbuild\n\"$(app)\" >before && states");
     ASSERT_EQ(plain.status, 0) << plain.out << plain.err;
 
     const std::string reconfigure = std::string(system.reconfigure) + " >log 2>&1\n";
@@ -97,10 +102,9 @@ TEST_P(EveryBuild, FollowsTheCalls) {
     EXPECT_NE(gone.out, changed.out) << "linked plainly again";
 }
 
-INSTANTIATE_TEST_SUITE_P(BySystem, EveryBuild,
-                         testing::Combine(testing::ValuesIn(systems), testing::ValuesIn(linkers)),
-                         [](const auto& info) {
-                             return std::get<0>(info.param).name + std::string("_") + std::get<1>(info.param)[0];
+INSTANTIATE_TEST_SUITE_P(BySystem, EveryBuild, testing::Combine(testing::ValuesIn(systems), testing::ValuesIn(linkers)),
+                         [](const auto& of) {
+                             return std::get<0>(of.param).name + std::string("_") + std::get<1>(of.param)[0];
                          });
 
 } // namespace
