@@ -479,19 +479,18 @@ function(_ordwell_add_targets target)
     return()
   endif()
 
-  # The plain program stands for the target, by its name as the command and in generator expressions anywhere.
+  # The command may be a target, also one that comes later. The plain program stands for the ordered one.
+  if(train MATCHES "^ \\[====\\[([A-Za-z0-9_.:+-]+)\\]====\\](.*)$")
+    set(program "$<TARGET_FILE:${CMAKE_MATCH_1}>")
+    if(NOT CMAKE_MATCH_1 STREQUAL target)
+      set(is_target "$<TARGET_EXISTS:${CMAKE_MATCH_1}>")
+      set(program "$<${is_target}:${program}>$<$<NOT:${is_target}>:${CMAKE_MATCH_1}>")
+    endif()
+    set(train " [====[${program}]====]${CMAKE_MATCH_2}")
+  endif()
   set(plain "${state}/plain/$<TARGET_FILE_NAME:${target}>")
-  string(REGEX REPLACE "^ \\[====\\[${target}\\]====\\]" " [====[$<TARGET_FILE:${target}>]====]" train "${train}")
   string(REPLACE "$<TARGET_FILE:${target}>" "${plain}" train "${train}")
   string(REPLACE "$<TARGET_FILE_DIR:${target}>" "${state}/plain" train "${train}")
-  if(train MATCHES "^ \\[====\\[([^]]+)\\]====\\]") # the command is another target
-    set(program "${CMAKE_MATCH_1}")
-    if(TARGET "${program}")
-      string(LENGTH " [====[${program}]====]" length)
-      string(SUBSTRING "${train}" ${length} -1 train)
-      string(PREPEND train " [====[$<TARGET_FILE:${program}>]====]")
-    endif()
-  endif()
   cmake_language(EVAL CODE "
     add_custom_target(${target}-profile USES_TERMINAL VERBATIM
       COMMAND [====[${CMAKE_COMMAND}]====] -P [====[${folder_of_scripts}/ordwell_profile.cmake]====]

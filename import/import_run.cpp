@@ -25,7 +25,9 @@ std::vector<std::string> object_names(const std::string& object, const std::stri
     }
     std::vector<std::string> names = {std::string(base_name(binary))};
     if (char* const real = realpath(binary.c_str(), nullptr)) {
-        names.emplace_back(base_name(real));
+        if (base_name(real) != names.front()) {
+            names.emplace_back(base_name(real));
+        }
         std::free(real);
     }
     return names;
