@@ -29,6 +29,7 @@
 cmake_policy(PUSH)
 cmake_policy(VERSION 3.20)
 
+include("${CMAKE_CURRENT_LIST_DIR}/ordwell_steps.cmake")
 set_property(GLOBAL PROPERTY _ordwell_folder "${CMAKE_CURRENT_LIST_DIR}")
 
 # For projects. The options are described in the guide to build systems:
@@ -250,7 +251,7 @@ function(_ordwell_find_libraries target)
 endfunction()
 
 # Finds out which linker links the target and sets `linker` to lld, gold or ld; a linker other than AUTO is added to the
-# link. Link-time optimisation places functions itself: -ffunction-sections at the link lets the linker place them, and where
+# link. What comes with other targets and from generator expressions is not known yet: ordwell_link.cmake asks once more. Link-time optimisation places functions itself: -ffunction-sections at the link lets the linker place them, and where
 # that is seen not to hold, the configure fails.
 function(_ordwell_find_linker target)
   get_property(languages GLOBAL PROPERTY ENABLED_LANGUAGES)
@@ -274,6 +275,9 @@ function(_ordwell_find_linker target)
     get_target_property(options ${target} ${property})
     if(options)
       string(APPEND all_flags " ${options}")
+      if(property MATCHES "COMPILE")
+        continue() # not part of the link
+      endif()
       list(FILTER options EXCLUDE REGEX "[$]<|^SHELL:|^LINKER:")
       string(REPLACE ";" " " options "${options}")
       string(APPEND flags " ${options}")
@@ -298,15 +302,9 @@ function(_ordwell_find_linker target)
     set(answer "${answer} ${error}")
     set_property(GLOBAL PROPERTY _ordwell_linker_${key} "${answer}")
   endif()
-  set(found "")
-  if(answer MATCHES "(^|[ \n])mold [0-9]")
+  ordwell_name_linker("${answer}")
+  if(found STREQUAL "mold")
     _ordwell_fail("mold has no ordering file: choose another linker with LINKER lld, gold or ld")
-  elseif(answer MATCHES "LLD [0-9]")
-    set(found lld)
-  elseif(answer MATCHES "GNU gold")
-    set(found gold)
-  elseif(answer MATCHES "GNU ld")
-    set(found ld)
   endif()
   if(NOT found OR NOT linker MATCHES "^(AUTO|${found})$")
     string(REGEX REPLACE "^[ \n]*([^\n]*).*" "\\1" answer "${answer}")

@@ -52,8 +52,20 @@ function(write_down_command)
     endif()
     set(previous "${argument}")
   endforeach()
+  set(plain_command "${plain_command}" PARENT_SCOPE)
   file(WRITE "${state}/command.cmake"
     "set(link_folder [====[${CMAKE_CURRENT_BINARY_DIR}]====])\nset(plain_command [=====[${plain_command}]=====])\n")
+endfunction()
+
+# Sets `linker` to the one that the link command starts, whose options may come from other targets.
+function(find_linker)
+  cmake_language(EVAL CODE "execute_process(${plain_command} -Wl,--version OUTPUT_VARIABLE answer ERROR_VARIABLE error)")
+  ordwell_name_linker("${answer} ${error}")
+  if(NOT found MATCHES "^(lld|gold|ld)$")
+    string(REGEX REPLACE "^[ \n]*([^\n]*).*" "\\1" answer "${answer} ${error}")
+    message(FATAL_ERROR "${target} is not linked: its linker is not lld, gold or GNU ld, but says: ${answer}")
+  endif()
+  set(linker ${found} PARENT_SCOPE)
 endfunction()
 
 # Makes the order of the call graphs, and of the profiles as seen by the plain program, for the target's linker. Sets
@@ -72,6 +84,7 @@ function(make_order)
     return()
   endif()
 
+  find_linker()
   set(objects "")
   if(NOT is_lto)
     set(objects "[====[--objects=@${state}/objects.txt]====]")

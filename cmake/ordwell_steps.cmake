@@ -1,5 +1,5 @@
 # What the steps of the build share: the settings and files of a target (OrdwellOrderFunctions.cmake says what they are), running
-# a command, and linking the plain program.
+# a command, and linking the plain program. The configure knows linkers by it, too.
 
 # Reads the settings of a target, for one configuration, into variables.
 macro(ordwell_read_settings folder)
@@ -20,6 +20,21 @@ function(ordwell_run command message)
   if(NOT status EQUAL 0)
     message(FATAL_ERROR "${message}")
   endif()
+endfunction()
+
+# Sets `found` to the linker that answers so to --version: lld, gold, ld or mold; empty for any other.
+function(ordwell_name_linker answer)
+  set(found "")
+  if(answer MATCHES "(^|[ \n])mold [0-9]")
+    set(found mold)
+  elseif(answer MATCHES "LLD [0-9]")
+    set(found lld)
+  elseif(answer MATCHES "GNU gold")
+    set(found gold)
+  elseif(answer MATCHES "GNU ld")
+    set(found ld)
+  endif()
+  set(found "${found}" PARENT_SCOPE)
 endfunction()
 
 # Links the plain program by the command that was written down when the target was linked, unless it is newer than that. The
