@@ -57,7 +57,8 @@ function(write_down_command)
     "set(link_folder [====[${CMAKE_CURRENT_BINARY_DIR}]====])\nset(plain_command [=====[${plain_command}]=====])\n")
 endfunction()
 
-# Sets `linker` to the one that the link command starts, whose options may come from other targets.
+# Sets `linker` to the one that the link command starts, and `is_lto` to whether it optimises: the options may come from other
+# targets.
 function(find_linker)
   cmake_language(EVAL CODE "execute_process(${plain_command} -Wl,--version OUTPUT_VARIABLE answer ERROR_VARIABLE error)")
   ordwell_name_linker("${answer} ${error}")
@@ -66,6 +67,10 @@ function(find_linker)
     message(FATAL_ERROR "${target} is not linked: its linker is not lld, gold or GNU ld, but says: ${answer}")
   endif()
   set(linker ${found} PARENT_SCOPE)
+  if(plain_command MATCHES "\\[-flto[]=]" AND NOT plain_command MATCHES "\\[-fno-lto]" AND
+     NOT (found STREQUAL "lld" AND plain_command MATCHES "\\[-ffat-lto-objects]"))
+    set(is_lto TRUE PARENT_SCOPE)
+  endif()
 endfunction()
 
 # Makes the order of the call graphs, and of the profiles as seen by the plain program, for the target's linker. Sets
