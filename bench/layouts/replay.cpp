@@ -107,6 +107,7 @@ std::vector<double> instructions_by_page(const trace& t, const std::vector<place
         }
     }
     std::vector<double> held;
+    held.reserve(by_page.size());
     for (const auto& [page, instructions] : by_page) {
         held.push_back(instructions);
     }
