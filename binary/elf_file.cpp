@@ -272,7 +272,7 @@ std::vector<elf_segment> elf_object::segments() const {
     for (std::size_t i = 0; i < count && i <= INT32_MAX; ++i) {
         GElf_Phdr properties;
         if (gelf_getphdr(elf_, static_cast<int>(i), &properties) != nullptr && properties.p_type == PT_LOAD) {
-            segments.push_back({properties.p_vaddr, properties.p_filesz});
+            segments.push_back({properties.p_vaddr, properties.p_filesz, properties.p_offset});
         }
     }
     return segments;

@@ -40,8 +40,9 @@ enum class elf_purpose {
 
 /// A stretch of the file that lies in memory while the program runs.
 struct elf_segment {
-    std::uint64_t address; ///< of its first byte
-    std::uint64_t size;    ///< bytes that come from the file
+    std::uint64_t address;    ///< of its first byte
+    std::uint64_t size;       ///< bytes that come from the file
+    std::uint64_t offset = 0; ///< of its first byte in the file
 };
 
 /// Calls between two functions as a compiler wrote them into an object file.

@@ -144,6 +144,15 @@ const function_table::name_index& function_table::index_of(known_form form) cons
     return *made;
 }
 
+std::optional<std::uint64_t> function_table::address_of_byte(std::uint64_t offset) const {
+    for (const elf_segment& segment : segments_) {
+        if (offset >= segment.offset && offset - segment.offset < segment.size) {
+            return segment.address + (offset - segment.offset);
+        }
+    }
+    return std::nullopt;
+}
+
 std::vector<const linked_function*> function_table::find(std::string_view name, known_form form) const {
     const std::string wanted = form == known_form::as_it_stands ? std::string(name) : without_additions(name);
     const name_index& index = index_of(form);

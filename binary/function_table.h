@@ -47,6 +47,8 @@ public:
     const std::string& build_id() const { return build_id_; }
     /// What of the file is loaded when it runs.
     const std::vector<elf_segment>& segments() const { return segments_; }
+    /// The link-time address of a byte of the file; none for one that is not loaded.
+    std::optional<std::uint64_t> address_of_byte(std::uint64_t offset) const;
     bool is_64_bit() const { return is_64_bit_; }
     bool is_little_endian() const { return is_little_endian_; }
 

@@ -3,6 +3,8 @@ find_package(CLI11 REQUIRED)
 find_package(nlohmann_json REQUIRED)
 find_package(PkgConfig REQUIRED)
 pkg_check_modules(libelf REQUIRED IMPORTED_TARGET libelf)
+pkg_check_modules(libarchive REQUIRED IMPORTED_TARGET libarchive)
+find_package(Threads REQUIRED)
 
 add_library(ordwell_companion STATIC
   binary/demangle.cpp
@@ -25,16 +27,22 @@ add_library(ordwell_import STATIC
   import/gmon.cpp
   import/import_run.cpp
   import/objects.cpp
+  import/open_file.cpp
   import/pair_table.cpp
   import/pairs.cpp
   import/perf.cpp
+  import/perf_data.cpp
   import/perf_line.cpp
+  import/perf_mappings.cpp
   import/profile_format.cpp
   import/profile_input.cpp
   import/profile_names.cpp
+  import/profile_source.cpp
+  import/refused.cpp
   import/stacks.cpp
+  import/unpacker.cpp
   import/weighed.cpp)
-target_link_libraries(ordwell_import PUBLIC ordwell_companion)
+target_link_libraries(ordwell_import PUBLIC ordwell_companion PkgConfig::libarchive Threads::Threads)
 
 add_executable(ordwell-import import/main.cpp)
 target_link_libraries(ordwell-import PRIVATE ordwell_import)

@@ -3,9 +3,11 @@
 #include "binary/object_list.h"
 #include "import/comparison.h"
 #include "import/profile_format.h"
+#include "import/refused.h"
 #include "import/weighed.h"
 #include "support/failure.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
@@ -122,6 +124,10 @@ public:
 
 private:
     const profile_format& format_of(const profile_input& profile) const {
+        const std::string_view why = chosen_.format.empty() ? why_refused(profile.begun()) : std::string_view();
+        if (!why.empty()) {
+            throw failure(profile.name(), std::string(why));
+        }
         for (const profile_format& format : profile_formats()) {
             if (chosen_.format.empty() ? format.recognises(profile.head()) : format.name == chosen_.format) {
                 return format;
@@ -228,6 +234,15 @@ private:
     std::vector<std::string> made_;
 };
 
+// Puts a temporary file in the place of standard input, so that it can be read for each binary.
+void keep_standard_input() {
+    const open_file copy = temporary_file();
+    append_all(copy, {}, open_file(dup(STDIN_FILENO)), "standard input");
+    if (dup2(copy.get(), STDIN_FILENO) < 0) {
+        throw failure("standard input", "cannot be read for each binary");
+    }
+}
+
 } // namespace
 
 std::string contradiction(const import_settings& chosen) {
@@ -275,9 +290,13 @@ int run_import(const CLI::App& command_line, const import_settings& chosen) {
     for (const std::string& binary : chosen.binaries.empty() ? std::vector<std::string>{""} : chosen.binaries) {
         imports.push_back(std::make_unique<binary_import>(chosen, binary));
     }
+    if (imports.size() > 1 && std::count(chosen.profiles.begin(), chosen.profiles.end(), "-") != 0) {
+        keep_standard_input();
+    }
     for (const std::string& profile : chosen.profiles) {
         for (const auto& import : imports) {
             import->read(profile);
+            lseek(STDIN_FILENO, 0, SEEK_SET); // for the next binary, where it is a file
         }
     }
     for (const auto& import : imports) {

@@ -12,13 +12,20 @@
 // A branch whose target is a function's first byte is a call. Without branches the innermost pair of the chain counts
 // (import/call_table.h). Inlined frames are no functions at run time.
 //
+//                  1253 0x55d0c0001040/0x55d0c0001100/P/-/-/0  0x55...    with branches of a program without symbols
+//
 // A profile may hold the samples of several events, which mean different things. Those of one are taken.
 //
-// perf's addresses are file offsets in chains and run-time addresses without them, so functions go by name.
+// perf's addresses are places in the file in chains, and addresses of the running process elsewhere, which mean something
+// where the lines of mmap events tell what was loaded where (import/perf_mappings.h). What they tell is asked of
+// functions whose names leave it open and, where branches have no symbols, of all.
 #include "import/perf_line.h"
+#include "import/perf_mappings.h"
 #include "import/profile_format.h"
 #include "support/failure.h"
 
+#include <optional>
+#include <string>
 #include <vector>
 
 namespace {
@@ -27,7 +34,14 @@ constexpr const char* advice = "print again with perf script -F ip,sym,symoff,ds
 
 class reader {
 public:
-    reader(profile_input& profile, call_table& calls) : profile_(profile), calls_(calls) {}
+    reader(profile_input& profile, call_table& calls) : profile_(profile), calls_(calls) {
+        if (calls_.binary() != nullptr) {
+            mappings_.emplace(*calls_.binary());
+        }
+        if (profile_.perf() != nullptr) {
+            note_perf_data(*profile_.perf());
+        }
+    }
 
     void run() {
         for (std::string_view line; profile_.next_line(line);) {
@@ -37,9 +51,13 @@ public:
                 is_behind_frame_ = false;
             } else if (line.starts_with('\t')) {
                 read_frame(line);
+            } else if (line.substr(0, most_before_record).find("PERF_RECORD_") != std::string_view::npos) {
+                if (mappings_.has_value()) {
+                    mappings_->add(line, calls_.is_wanted_object(perf_mappings::path_in(line)));
+                }
             } else if (line.starts_with(' ') && (has_sample_ || is_behind_frame_) && read_rest_of_sample(line)) {
                 continue;
-            } else if (!line.starts_with('#') && line.find("PERF_RECORD_") == std::string_view::npos) {
+            } else if (!line.starts_with('#')) {
                 read_head(line);
             }
         }
@@ -67,16 +85,33 @@ private:
         std::uint64_t samples;
     };
 
+    /// Where a frame stands: outer frames have the address behind their call.
+    enum class frame_kind { sampled, innermost, outer };
+
+    // What perf says of the whole file: its builds, and whether it can hold calls.
+    void note_perf_data(const perf_data& perf) {
+        for (const auto& [build_id, path] : perf.build_ids()) {
+            if (calls_.binary() != nullptr && calls_.is_wanted_object(path)) {
+                calls_.note_build_id(build_id);
+                is_same_build_ |= build_id == calls_.binary()->build_id();
+            }
+        }
+        if (perf.has_places_only()) {
+            calls_.tell(profile_.name() + ": no call chains, so functions get rows to themselves: perf record with -g");
+        }
+    }
+
     void read_frame(std::string_view line) {
-        if (!take_perf_address(line)) {
+        std::uint64_t address = 0;
+        if (!take_perf_address(line, address)) {
             profile_.fail("not a frame of perf script");
         }
         expect_frame(true);
         has_sample_ = true;
-        add_frame(line);
+        add_frame(line, address, frames_.empty() ? frame_kind::innermost : frame_kind::outer);
     }
 
-    void add_frame(std::string_view text) {
+    void add_frame(std::string_view text, std::uint64_t address, frame_kind kind) {
         const perf_place place = parse_perf_place(text);
         if (place.symbol.empty() && !has_symbols_) {
             profile_.fail(std::string("the field sym is missing: ") + advice);
@@ -85,7 +120,7 @@ private:
         has_objects_ |= !place.object.empty() && place.object != "inlined";
         is_whole_ = !place.symbol.empty() && (!place.object.empty() || !has_objects_);
         if (place.object != "inlined" && !is_skipped_) {
-            frames_.push_back(number_of(place));
+            frames_.push_back(number_of(place, address, kind));
         }
     }
 
@@ -124,9 +159,10 @@ private:
             head.rest = line; // without any head, and not aligned
         }
         enter_event(head.event);
+        process_ = head.process;
         rest = head.rest;
-        if (take_perf_address(rest)) {
-            read_behind_address(rest);
+        if (std::uint64_t address = 0; take_perf_address(rest, address)) {
+            read_behind_address(rest, address);
             return;
         }
         if (read_branches(line)) {
@@ -138,21 +174,28 @@ private:
     }
 
     // A frame on the line of the sample's head, perhaps with branches.
-    void read_behind_address(std::string_view text) {
+    void read_behind_address(std::string_view text, std::uint64_t address) {
         std::string_view rest = text;
         std::string_view ends;
         std::string_view frame;
         std::string_view first;
         std::size_t flag_count = 0;
         if (!take_perf_branch(rest, ends, flag_count)) {
-            add_frame(text);
+            add_frame(text, address, frame_kind::sampled);
+            return;
+        }
+        if (std::uint64_t from = 0, to = 0; parse_perf_addresses(ends, from, to)) {
+            add_branch(ends);
+            flag_count_ = flag_count;
+            is_whole_ = true;
+            read_branches(rest);
             return;
         }
         if (!split_perf_frame(ends, frame, first)) {
             profile_.fail("the field dso is missing, without which nothing separates branches: print again with perf "
                           "script -F ip,sym,symoff,dso,brstacksym");
         }
-        add_frame(frame);
+        add_frame(frame, address, frame_kind::sampled);
         add_branch(first);
         flag_count_ = flag_count;
         is_whole_ = true;
@@ -186,6 +229,16 @@ private:
     }
 
     void add_branch(std::string_view ends) {
+        has_branches_ = has_frames_ = true;
+        if (std::uint64_t from = 0, to = 0; parse_perf_addresses(ends, from, to)) {
+            const std::optional<std::uint64_t> target = link_address(to);
+            const linked_function* const callee = target ? calls_.binary()->at(*target) : nullptr;
+            if (!is_skipped_ && callee != nullptr && callee->address == *target) {
+                const std::optional<std::uint64_t> source = link_address(from);
+                branches_.push_back({source ? calls_.at(*source, {}) : call_table::outside, calls_.at(*target, {})});
+            }
+            return;
+        }
         std::string_view from_text;
         std::string_view to_text;
         if (!split_perf_branch(ends, from_text, to_text)) {
@@ -193,20 +246,72 @@ private:
         }
         const perf_place from = parse_perf_place(from_text);
         const perf_place to = parse_perf_place(to_text);
-        has_branches_ = has_frames_ = true;
         if (to.is_first_byte && !is_skipped_) {
-            branches_.push_back({number_of(from), number_of(to)});
+            branches_.push_back({number_by_name(from), number_by_name(to)});
         }
     }
 
-    call_table::function number_of(const perf_place& place) {
-        if (place.symbol == "[unknown]" || place.symbol.empty()) {
+    // The link-time address of one in the process of the sample; none where it is not in the binary.
+    std::optional<std::uint64_t> link_address(std::uint64_t address) {
+        if (!mappings_.has_value()) {
+            profile_.fail("branches without symbols: name the program with --binary");
+        }
+        if (mappings_->is_empty()) {
+            profile_.fail("nothing tells where the program was loaded: print again with perf script --show-mmap-events "
+                          "-F ip,brstack");
+        }
+        const perf_mappings::place place = mappings_->find(process_, address);
+        if (place.what == perf_mappings::kind::contradicted) {
+            profile_.fail("processes have different things at one address: print again with perf script "
+                          "--show-mmap-events -F pid,ip,brstack");
+        }
+        return place.what == perf_mappings::kind::in_binary ? std::optional(place.address) : std::nullopt;
+    }
+
+    static bool has_symbol(const perf_place& place) { return place.symbol != "[unknown]" && !place.symbol.empty(); }
+
+    call_table::function number_by_name(const perf_place& place) {
+        if (!has_symbol(place)) {
             return call_table::unknown;
         }
         if (!place.object.empty() && !calls_.is_wanted_object(place.object)) {
             return call_table::outside;
         }
         return calls_.named(place.symbol);
+    }
+
+    // Most frames are those of a sample shortly before.
+    call_table::function number_of(const perf_place& place, std::uint64_t address, frame_kind kind) {
+        known_frame& known = known_frames_[address % known_frames_.size()];
+        if (known.address != address || known.process != process_ || known.kind != kind ||
+            known.symbol != place.symbol || known.object != place.object) {
+            known = {address,
+                     process_,
+                     kind,
+                     std::string(place.symbol),
+                     std::string(place.object),
+                     number_of_new(place, address, kind)};
+        }
+        return known.number;
+    }
+
+    call_table::function number_of_new(const perf_place& place, std::uint64_t address, frame_kind kind) {
+        if (!mappings_.has_value() || place.object.empty() || !calls_.is_wanted_object(place.object) ||
+            !(has_symbol(place) || is_same_build_)) {
+            return number_by_name(place);
+        }
+        const perf_mappings::place in_process = mappings_->find(process_, address);
+        std::optional<std::uint64_t> linked;
+        if (in_process.what == perf_mappings::kind::in_binary) {
+            linked = in_process.address;
+        } else if (kind != frame_kind::sampled) {
+            linked = calls_.binary()->address_of_byte(address);
+        }
+        if (!linked.has_value()) {
+            return number_by_name(place);
+        }
+        return calls_.at(*linked - (kind == frame_kind::outer ? 1 : 0),
+                         has_symbol(place) ? place.symbol : std::string_view());
     }
 
     // The event of a sample, which says whether it is skipped.
@@ -271,15 +376,30 @@ private:
     }
 
     static constexpr std::size_t most_events = 1000;
+    static constexpr std::size_t most_before_record = 128; ///< before the name of an event that is no sample
+
+    /// A frame that was seen before, and what it stands for.
+    struct known_frame {
+        std::uint64_t address = 0;
+        std::uint64_t process = 0;
+        frame_kind kind = frame_kind::sampled;
+        std::string symbol;
+        std::string object;
+        call_table::function number = call_table::unknown;
+    };
 
     profile_input& profile_;
     call_table& calls_;
     std::vector<event> events_; ///< in order of appearance
     std::size_t last_event_ = 0;
+    std::optional<perf_mappings> mappings_;
+    bool is_same_build_ = false; ///< as that of the binary, so that addresses tell what has no symbol
+    std::vector<known_frame> known_frames_ = std::vector<known_frame>(4096); ///< by address
 
     // Of the current sample:
     std::vector<call_table::function> frames_; ///< the innermost first
     std::vector<branch> branches_;             ///< calls
+    std::uint64_t process_ = 0;                ///< 0: not known
     bool has_sample_ = false;                  ///< whether there is one
     bool has_branches_ = false;                ///< whether it has any branch, calls or not
     bool is_skipped_ = false;                  ///< of another event
@@ -302,6 +422,9 @@ bool is_perf(std::string_view head) {
     const std::string_view line = first_line(head);
     if (line.empty()) {
         return false;
+    }
+    if (!perf_mappings::path_in(line).empty()) {
+        return true;
     }
     std::string_view rest = line;
     std::string_view ends;

@@ -3,6 +3,7 @@
 #include "import/profile_format.h"
 
 #include <algorithm>
+#include <charconv>
 
 namespace {
 
@@ -57,6 +58,19 @@ bool has_balanced_brackets(std::string_view text) {
         open -= c == ')' ? 1 : 0;
     }
     return open == 0;
+}
+
+// The process in what stands before a sample's address or event: the first number, "7" or "7/8".
+std::uint64_t process_in(std::string_view before) {
+    while (!before.empty()) {
+        const std::string_view word = take_word(before);
+        const std::string_view number = word.substr(0, word.find('/'));
+        std::uint64_t process = 0;
+        if (parse_count(number, process)) {
+            return process;
+        }
+    }
+    return 0;
 }
 
 // Whether a word is a time: "1570.842829:".
@@ -140,13 +154,31 @@ perf_place parse_perf_place(std::string_view text) {
 }
 
 bool take_perf_address(std::string_view& text) {
+    std::uint64_t address = 0;
+    return take_perf_address(text, address);
+}
+
+bool take_perf_address(std::string_view& text, std::uint64_t& address) {
     std::string_view rest = text;
     const std::string_view word = take_word(rest);
     if (word.empty() || word.find_first_not_of(hex_digits) != std::string_view::npos) {
         return false;
     }
+    address = 0;
+    std::from_chars(word.data(), word.data() + word.size(), address, 16); // what exceeds 64 bits is none of the binary
     text = rest;
     return true;
+}
+
+bool parse_perf_addresses(std::string_view ends, std::uint64_t& from, std::uint64_t& to) {
+    ends.remove_prefix(std::min(ends.find_first_not_of(' '), ends.size()));
+    const std::size_t slash = ends.find('/');
+    if (slash == std::string_view::npos || !ends.starts_with("0x") || !ends.substr(slash + 1).starts_with("0x")) {
+        return false;
+    }
+    std::string_view first = ends.substr(2, slash - 2);
+    std::string_view second = ends.substr(slash + 3);
+    return take_perf_address(first, from) && first.empty() && take_perf_address(second, to) && second.empty();
 }
 
 bool has_perf_time(std::string_view line) {
@@ -173,6 +205,7 @@ perf_head parse_perf_head(std::string_view line) {
     const std::string_view before = line.substr(0, address);
     head.event = event_of(before.substr(0, before.find_last_not_of(' ') + 1));
     head.ends_with_event = line.ends_with(':');
+    head.process = process_in(before);
     return head;
 }
 

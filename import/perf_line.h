@@ -22,6 +22,8 @@ perf_place parse_perf_place(std::string_view text);
 
 /// Takes an address and the blanks behind it off the front of a text; false when there is none.
 bool take_perf_address(std::string_view& text);
+/// The same, and its value modulo 2^64.
+bool take_perf_address(std::string_view& text, std::uint64_t& address);
 
 /// Whether a line has a time, which all samples' first lines have unless -F leaves it out: "1570.842829:".
 bool has_perf_time(std::string_view line);
@@ -31,6 +33,7 @@ struct perf_head {
     std::string_view event; ///< as perf prints it; empty: not printed
     std::string_view rest;  ///< from the address on; empty: there is none
     bool ends_with_event = false;
+    std::uint64_t process = 0; ///< 0: not printed
 };
 perf_head parse_perf_head(std::string_view line);
 
@@ -40,6 +43,9 @@ bool take_perf_branch(std::string_view& line, std::string_view& ends, std::size_
 
 /// Splits the two ends of a branch; false when there are not two.
 bool split_perf_branch(std::string_view ends, std::string_view& from, std::string_view& to);
+
+/// Reads the two ends of a branch without symbols, "0xFROM/0xTO"; false for another.
+bool parse_perf_addresses(std::string_view ends, std::uint64_t& from, std::uint64_t& to);
 
 /// Splits a frame from the branch that perf printed right behind it; false when nothing tells where it ends.
 bool split_perf_frame(std::string_view text, std::string_view& frame, std::string_view& branch);

@@ -5,13 +5,8 @@
 #include <cstdio>
 
 profile_input::profile_input(const std::string& name, bool shows_progress)
-    : name_(name == "-" ? "standard input" : name),
-      blocks_(name == "-" ? dup(STDIN_FILENO) : open(name.c_str(), O_RDONLY | O_CLOEXEC)),
-      shows_progress_(shows_progress) {
-    if (!blocks_.is_open()) {
-        throw failure(name_, std::strerror(errno));
-    }
-    size_ = blocks_.file_size();
+    : source_(name), blocks_(source_.take_file(), source_.begun()), shows_progress_(shows_progress),
+      size_(source_.size()) {
     next_block();
 }
 
@@ -24,7 +19,10 @@ profile_input::~profile_input() {
 bool profile_input::next_block() {
     rest_ = blocks_.next();
     if (blocks_.error() != 0) {
-        throw failure(name_, std::string("cannot be read: ") + std::strerror(blocks_.error()));
+        throw failure(name(), std::string("cannot be read: ") + std::strerror(blocks_.error()));
+    }
+    if (blocks_.has_ended()) {
+        source_.finish();
     }
     taken_ += rest_.size();
     if (shows_progress_) {
@@ -42,10 +40,10 @@ void profile_input::show_progress() {
     start_ = now;
     has_shown_ = true;
     if (size_ != 0) {
-        std::fprintf(stderr, "\r%s: %3.0f %%", name_.c_str(),
+        std::fprintf(stderr, "\r%s: %3.0f %%", name().c_str(),
                      100.0 * static_cast<double>(taken_) / static_cast<double>(size_));
     } else {
-        std::fprintf(stderr, "\r%s: %.0f MB", name_.c_str(), static_cast<double>(taken_) / 1e6);
+        std::fprintf(stderr, "\r%s: %.0f MB", name().c_str(), static_cast<double>(taken_) / 1e6);
     }
 }
 
@@ -59,5 +57,5 @@ std::string profile_input::whole() {
 }
 
 void profile_input::fail(const std::string& text) const {
-    throw failure(name_, line_number_, text);
+    throw failure(name(), line_number_, text);
 }

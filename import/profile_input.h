@@ -2,6 +2,7 @@
 // progress for whoever waits at a terminal.
 #pragma once
 
+#include "import/profile_source.h"
 #include "support/line_blocks.h"
 
 #include <chrono>
@@ -17,10 +18,14 @@ public:
     ~profile_input();
 
     /// What messages call it.
-    const std::string& name() const { return name_; }
+    const std::string& name() const { return source_.name(); }
     /// The event to take, as --event names it; empty: none was asked for.
     const std::string& event() const { return event_; }
     void set_event(const std::string& event) { event_ = event; }
+    /// What is known of perf.data, whose text this is; null for everything else.
+    const perf_data* perf() const { return source_.perf(); }
+    /// The first bytes, 512 or all.
+    const std::string& begun() const { return source_.begun(); }
     /// The first bytes, up to the end of some line; all of a file without line feeds.
     std::string_view head() const { return rest_; }
 
@@ -49,7 +54,7 @@ private:
     bool next_block();
     void show_progress();
 
-    std::string name_;
+    profile_source source_;
     std::string event_;
     line_blocks blocks_;
     std::string_view rest_; ///< of the current block

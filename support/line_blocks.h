@@ -16,6 +16,11 @@ public:
     explicit line_blocks(const char* filename) : line_blocks(open(filename, O_RDONLY | O_CLOEXEC)) {}
     /// Takes over an open file, or a negative number for none.
     explicit line_blocks(int file) : file_(file), buffer_(block_size) {}
+    /// The same, whose first bytes, at most a block, were read before.
+    line_blocks(int file, std::string_view begun) : line_blocks(file) {
+        std::memcpy(buffer_.data(), begun.data(), begun.size());
+        filled_ = begun.size();
+    }
     ~line_blocks() {
         if (is_open()) {
             close(file_);
@@ -64,6 +69,9 @@ public:
         }
         return {};
     }
+
+    /// Whether next() gave the last lines, or met an error.
+    bool has_ended() const { return ended_; }
 
     /// The errno value of the read error that ended the input; 0 when there was none.
     int error() const { return error_; }

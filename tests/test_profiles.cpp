@@ -49,6 +49,132 @@ TEST_F(Profiles, OwnRows) {
     EXPECT_NE(failing("--compare=p a.csv").find("p: the rows are weighed"), std::string::npos);
 }
 
+TEST_F(Profiles, CompressedOnesAreReadByContent) {
+    ASSERT_EQ(folder
+                  .run("awk 'BEGIN { for (i = 0; i < 200000; ++i) print \"f\" i % 9999, \"g\" i % 7777, i }' >p && "
+                       "ordwell-import --quiet p >expected")
+                  .status,
+              0);
+    for (const char* const program : {"gzip", "xz -T1 -0", "zstd -q", "bzip2 -1"}) {
+        EXPECT_EQ(folder
+                      .run("cp p c; "s + program + R"( -c p >c; (head -n 99999 p | )" + program +
+                           "; tail -n +100000 p | "s + program + R"() >two
+            ordwell-import --quiet c | cmp - expected; ordwell-import --quiet - <c | cmp - expected; ordwell-import --quiet two | cmp - expected
+            for size in 9 40 100000; do head -c $size c >cut; ordwell-import -o old cut 2>&1 | grep -c 'cut: ends early'; done; ls old)")
+                      .out,
+                  "1\n1\n1\n")
+            << program;
+    }
+}
+
+// perf.data is what perf script prints of it, however it comes; what was cut off is never read.
+TEST_F(Profiles, PerfData) {
+    ASSERT_EQ(
+        folder.run("g++ -O1 -fno-omit-frame-pointer -Wl,--build-id main.cpp shapes.cpp -o app && strip app -o stripped")
+            .status,
+        0);
+    folder.write(
+        "b.c",
+        "__attribute__((noinline)) void leaf(int n) { for (volatile int i = 0; i < n; ++i) {} }\nvolatile int x;\n"
+        "static __attribute__((noinline)) void middle(int n) { leaf(n); ++x; }\n"
+        "int main() { for (int i = 0; i < 300; ++i) middle(300000); }\n");
+    folder.run("gcc -O1 -g -fno-omit-frame-pointer b.c -Wl,--build-id -o b");
+    if (folder.run("perf record -q -F 1000 -e cpu-clock -g -o d ./b").status != 0) {
+        GTEST_SKIP() << "no perf, or not allowed";
+    }
+    const outcome counted = folder.run(
+        "perf script -i d -F ip,sym | awk -v RS= '$2 == \"leaf\" && $4 == \"middle\" { ++n } END { print n + 0 }'");
+    ASSERT_NE(counted.out, "0\n");
+    folder.run("gzip -c d >d.gz; perf record -q -F 1000 -e cpu-clock -g -o - ./b >piped; perf record -q -F 1000 -e "
+               "cpu-clock -o flat ./b");
+    for (const char* const profile : {"d", "- <d", "d.gz", "- <d.gz"}) {
+        const outcome ran = folder.run("ordwell-import --quiet --binary=b "s + profile + " | grep middle,leaf");
+        EXPECT_EQ(ran.out, "middle,leaf," + counted.out) << profile << ran.err;
+    }
+    EXPECT_EQ(folder.run("ordwell-import --quiet --binary=b piped | grep -c -e middle,leaf -e main,main").out, "2\n");
+    EXPECT_NE(
+        folder.run("ordwell-import --binary=b -o rows flat; grep -q leaf,leaf rows").err.find("perf record with -g"),
+        std::string::npos);
+    // A stripped copy was shipped: its addresses tell, if it is the same build.
+    EXPECT_EQ(
+        folder
+            .run(
+                R"(mkdir s; export HOME=$PWD/s; strip b -o s/b; perf record -q -F 1000 -e cpu-clock -g -o ds s/b; mv s/b gone
+        perf script -i ds -F ip,sym,dso --no-inline 2>&1 | grep -c 'leaf'; ordwell-import --quiet --binary=b ds | grep -c middle,leaf
+        gcc -O1 -fno-omit-frame-pointer b.c -Wl,--build-id=0x123456789a -o s/b; ordwell-import --binary=s/b ds)")
+            .out,
+        "0\n1\n");
+    for (const char* const cut :
+         {"head -c -9 d", "head -c 2000 d", "head -c 90 d", "head -c -9 piped", "head -c 30 piped"}) {
+        folder.run(cut + " >cut"s);
+        EXPECT_NE(failing("--binary=b cut").find("cut: cut off: perf.data is shorter than its header says"),
+                  std::string::npos)
+            << cut;
+    }
+    EXPECT_NE(
+        folder.run("PATH=$(dirname $(which ordwell-import)) ordwell-import d").err.find("perf script -f --no-demangle"),
+        std::string::npos);
+}
+
+// By hand in perf's form, since most machines cannot record branches: a position-independent program at two places.
+TEST_F(Profiles, BranchesWithoutSymbols) {
+    folder.run("gcc -O1 -fPIE -pie -x c - -o app <<'E'\n__attribute__((noinline)) int leaf(int n) { return n + 1; }\n"
+               "int main(int c, char** v) { return leaf(c); }\nE\nnm app >symbols");
+    const auto address = [&](const char* name) {
+        return std::stoull(folder.run("awk '$3 == \""s + name + "\" { print $1 }' symbols").out, nullptr, 16);
+    };
+    const auto hex = [](unsigned long long n) {
+        char text[32];
+        std::snprintf(text, sizeof text, "%llx", n);
+        return std::string(text);
+    };
+    const auto mapped = [&](const char* process, unsigned long long base) {
+        return "    0 PERF_RECORD_MMAP2 "s + process + "/" + process + ": [0x" + hex(base + 0x1000) +
+               "(0x1000) @ 0x1000 fe:00 1 0]: r-xp /x/app\n";
+    };
+    const auto sample = [&](const char* process, unsigned long long base) {
+        const std::string from = "0x" + hex(base + address("main") + 5);
+        return process + "     "s + hex(base + address("leaf")) + " "s + from + "/0x" + hex(base + address("leaf")) +
+               "/P/-/-/0  0x" + hex(base + address("leaf") + 3) + "/" + from + "/P/-/-/0  0x7f0000000000/" + from +
+               "/P/-/-/0 \n";
+    };
+    const unsigned long long one = 0x550000000000;
+    const unsigned long long two = 0x560000000000;
+    folder.write("p", mapped("7", one) + mapped("8", two) + sample("7", one) + sample("8", two) + sample("", two));
+    EXPECT_EQ(folder.run("ordwell-import --quiet --binary=app p").out, header + "main,leaf,3\n");
+    EXPECT_NE(failing("p").find("branches without symbols: name the program with --binary"), std::string::npos);
+    folder.write("p", sample("", one));
+    EXPECT_NE(failing("--binary=app p").find("--show-mmap-events -F ip,brstack"), std::string::npos);
+    folder.write("p", mapped("7", one) + mapped("8", one + 0x100) + sample("", one + 0x100));
+    EXPECT_NE(failing("--binary=app p").find("-F pid,ip,brstack"), std::string::npos);
+}
+
+TEST_F(Profiles, WhatIsNoneIsToldWithTheWayOut) {
+    ASSERT_EQ(
+        folder
+            .run(
+                R"(echo 'int main() { return 0; }' >c.c && clang -fprofile-instr-generate -O1 c.c -o app && LLVM_PROFILE_FILE=p.profraw ./app
+        llvm-profdata merge -o p.profdata p.profraw; gcc --coverage c.c -o c && ./c && mv *.gcda p.gcda
+        echo 'a b 1' >p.pairs; tar cf p.tar p.pairs; gzip -c p.tar >p.tgz; iconv -t UTF-16 p.pairs >p.utf16; printf '{"a": 1}' >p.json
+        printf '<!DOCTYPE html>' >p.html; printf 'PKxxxx' >p.zip; printf '\177ELF\2\1\1\0\0\0\0\0\0\0\0\0\4\0' >p.core)")
+            .status,
+        0);
+    for (const auto& [profile, told] : {std::pair{"p.profraw", "llvm-profdata"},
+                                        {"p.profdata", "-fprofile-instr-use"},
+                                        {"p.gcda", "callgrind"},
+                                        {"app", "--binary"},
+                                        {"p.core", "a core"},
+                                        {"p.json", "JSON"},
+                                        {"p.html", "page"},
+                                        {"p.tar", "unpack it"},
+                                        {"p.tgz", "unpack it"},
+                                        {"p.zip", "unpack it"},
+                                        {"p.utf16", "iconv"}}) {
+        EXPECT_NE(failing("-o old "s + profile).find(told), std::string::npos) << profile;
+        EXPECT_NE(failing("- <"s + profile).find(told), std::string::npos) << profile;
+    }
+}
+
 // What --help lists, the manual page and the completion list, too.
 TEST_F(Profiles, FormatsAreListed) {
     EXPECT_EQ(folder
@@ -66,10 +192,10 @@ TEST_F(Profiles, AProgramAndItsLibrary) {
     ASSERT_EQ(folder
                   .run("g++ -O1 -fPIC -shared shapes.cpp -Wl,--build-id=0xabcd0123 -o libshapes.so.1 && "
                        "g++ -O1 main.cpp ./libshapes.so.1 -o app && mkdir other && cp app other && "
-                       "valgrind -q --tool=callgrind --demangle=no --callgrind-out-file=p ./app")
+                       "valgrind -q --tool=callgrind --demangle=no --callgrind-out-file=p ./app && gzip -k p")
                   .status,
               0);
-    for (const char* const profile : {"p"}) {
+    for (const char* const profile : {"p", "- <p", "- <p.gz", "p.gz"}) {
         const outcome both =
             folder.run("rm -rf d; ordwell-import -o d/ --weighed=w/ --binary=app --binary=libshapes.so.1 "s + profile);
         EXPECT_EQ(both.status, 0) << both.err;
