@@ -49,6 +49,9 @@ if(NOT target_type STREQUAL "EXECUTABLE") # programs that load it find the plain
   endif()
   set(ENV{LD_LIBRARY_PATH} "${plain_folder}")
 endif()
+if(NOT IS_DIRECTORY "${train_folder}")
+  message(FATAL_ERROR "there is no folder ${train_folder}, the WORKING_DIRECTORY of TRAIN")
+endif()
 ordwell_run("${command} WORKING_DIRECTORY [====[${train_folder}]====]" "recording failed: ${csv} stands as it was")
 
 # perf.data itself is what the import reads; a process without a function of the target only adds nothing.

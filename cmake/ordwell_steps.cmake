@@ -17,7 +17,9 @@ endfunction()
 # Runs the command of this code, which begins with COMMAND; on failure the step ends with the message, after what the command said itself.
 function(ordwell_run command message)
   cmake_language(EVAL CODE "execute_process(${command} RESULT_VARIABLE status)")
-  if(NOT status EQUAL 0)
+  if(NOT status MATCHES "^-?[0-9]+$") # it did not start, or a signal ended it
+    message(FATAL_ERROR "${message}: ${status}")
+  elseif(NOT status EQUAL 0)
     message(FATAL_ERROR "${message}")
   endif()
 endfunction()

@@ -24,7 +24,10 @@ bool is_csv(std::string_view head) {
 
 void read_csv(profile_input& profile, call_table& calls) {
     std::string_view line;
-    if (!profile.next_line(line) || !is_csv_header(line)) {
+    if (!profile.next_line(line)) {
+        throw failure(profile.name(), "empty");
+    }
+    if (!is_csv_header(line)) {
         profile.fail(R"(the header "caller","callee","weight" is missing)");
     }
     if (line.substr(0, line.find_last_not_of('\r') + 1).ends_with(" weighed")) {
