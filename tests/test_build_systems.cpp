@@ -10,6 +10,8 @@
 
 namespace {
 
+using namespace std::string_literals;
+
 /// How a project is built in the folder "b p", with $linker, and with $fuse and $option as that linker needs them.
 struct build_system {
     const char* name;
@@ -106,5 +108,82 @@ INSTANTIATE_TEST_SUITE_P(BySystem, EveryBuild, testing::Combine(testing::ValuesI
                          [](const auto& of) {
                              return std::get<0>(of.param).name + std::string("_") + std::get<1>(of.param)[0];
                          });
+
+/// The sample as a CMake project, with lines before those of app's order or behind all.
+class CMakeBuild : public Build {
+protected:
+    void SetUp() override {
+        Build::SetUp();
+        take_sample("s p");
+        folder.write("s p/app.csv", first_calls);
+        folder.run("mv s*/CMakeLists.txt lists");
+    }
+    outcome configure(const std::string& before, const std::string& behind = "") const {
+        folder.write("before", before + "\n");
+        folder.write("behind", behind + "\n");
+        return run("sed '/^target_link/r ../before' ../lists | cat - ../behind >CMakeLists.txt\n"
+                   "linker=AUTO; configure Ninja 2>&1 | tr -s '\\n ' ' '");
+    }
+};
+
+TEST_F(CMakeBuild, OrdersWhateverIsLinked) {
+    const std::string other = "add_library(o INTERFACE)\ntarget_link_libraries(app PRIVATE o)\n";
+    for (const std::string& lines :
+         {"target_precompile_headers(app PRIVATE <cstdio>)"s,
+          "target_sources(app PRIVATE $<TARGET_OBJECTS:o>)\n"
+          "add_library(o OBJECT parts.c)"s,
+          other + "target_link_options(o INTERFACE -fuse-ld=gold)",
+          other + "target_compile_options(o INTERFACE -flto)\ntarget_link_options(o INTERFACE -flto)"}) {
+        const std::string said = configure(lines).out;
+        const outcome ran = run("cmake --build b >log || cat log; placed");
+        EXPECT_EQ(ran.out, run("wanted").out) << lines << said;
+        EXPECT_EQ(std::count(ran.out.begin(), ran.out.end(), '\n'), 5) << lines;
+    }
+}
+
+TEST_F(CMakeBuild, RecordsAndTests) {
+    configure("");
+    EXPECT_EQ(
+        run("{ cmake --build b --target shared-profile; cmake --build b; cmake --build b --target "
+            "app-order-report; } >log 2>&1 || cat log; sort shared.csv; ls b/app-order-report.*; ctest --test-dir b "
+            "| grep -c Passed")
+            .out,
+        csv("shared_work,shared_low,2\n") + "b/app-order-report.html\nb/app-order-report.json\n2\n");
+    // A command that fails leaves the calls as they are; a bad row, and calls of other programs, are told.
+    configure("set_property(TARGET app PROPERTY OUTPUT_NAME gone)\nadd_custom_command(TARGET app POST_BUILD COMMAND rm "
+              "gone)");
+    EXPECT_NE(run("cmake --build b --target shared-profile").status, 0);
+    EXPECT_EQ(run("cat shared.csv").out, csv("shared_work,shared_low,2\n"));
+    configure("");
+    folder.write("s p/app.csv", first_calls + "main,x\n");
+    EXPECT_NE(run("cmake --build b").out.find("s p/app.csv:7: no row: "), std::string::npos);
+    folder.write("s p/app.csv", csv("other,calls,1\n"));
+    EXPECT_NE(run("cmake --build b 2>&1").out.find("app is linked plainly, for "), std::string::npos);
+    EXPECT_NE(run("ctest --test-dir b -R app").out.find("(Failed)"), std::string::npos);
+}
+
+TEST_F(CMakeBuild, TellsWhatIsWrong) {
+    const std::pair<const char*, const char*> cases[] = {
+        {"gone CALLS a", "gone): there is no such target"},
+        {"parts CALLS a", "parts): it is of the type static library"},
+        {"app CALLS a", "it was called for this target before"},
+        {"m CALLS app.csv MINPLACED 5", "m): unknown keyword MINPLACED; the keywords are CALLS, PROFILES"},
+        {"m CALLS a COMMAND m", "COMMAND belongs behind TRAIN"},
+        {"m CALLS a TRAIN COMMAND", "COMMAND has no value"},
+        {"m", "give the call graph with CALLS, or profiles with PROFILES"},
+        {"m PROFILES a TRAIN COMMAND m", "TRAIN needs CALLS"},
+        {"m CALLS \"a;b\"", "a value with a semicolon"},
+        {"m CALLS .", "is a folder: name a file"},
+        {"m CALLS a LINKER mold", "LINKER is AUTO, lld, gold or ld, not mold"},
+        {"m CALLS a MIN_PLACED 101", "MIN_PLACED is a percentage from 0 to 100, not 101"},
+        {"m CALLS a LIBRARIES shared", "LIBRARIES names shared, which is no static or object library"},
+    };
+    for (const auto& [call, sentence] : cases) {
+        const std::string said =
+            configure("", "add_library(m MODULE shared.c)\nordwell_order_functions("s + call + ")").out;
+        EXPECT_NE(said.find(sentence), std::string::npos) << said;
+        EXPECT_NE(said.find("Configuring incomplete"), std::string::npos) << call;
+    }
+}
 
 } // namespace
