@@ -24,7 +24,9 @@ add_library(ordwell_import STATIC
   import/callgrind.cpp
   import/comparison.cpp
   import/csv.cpp
+  import/fdata.cpp
   import/gmon.cpp
+  import/gperftools.cpp
   import/import_run.cpp
   import/objects.cpp
   import/open_file.cpp
@@ -34,6 +36,7 @@ add_library(ordwell_import STATIC
   import/perf_data.cpp
   import/perf_line.cpp
   import/perf_mappings.cpp
+  import/pprof.cpp
   import/profile_format.cpp
   import/profile_input.cpp
   import/profile_names.cpp

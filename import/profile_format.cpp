@@ -4,12 +4,20 @@
 
 namespace {
 
+// clang-format off
 constexpr profile_format formats[] = {
-    {"gmon", is_gmon, read_gmon},       {"objects", is_objects, read_objects},
-    {"csv", is_csv, read_csv},          {"callgrind", is_callgrind, read_callgrind},
-    {"perf", is_perf, read_perf, true}, {"pairs", is_pairs, read_pairs},
-    {"stacks", is_stacks, read_stacks},
+    {"gmon",       is_gmon,       read_gmon},
+    {"objects",    is_objects,    read_objects},
+    {"gperftools", is_gperftools, read_gperftools},
+    {"csv",        is_csv,        read_csv},
+    {"callgrind",  is_callgrind,  read_callgrind},
+    {"pprof",      is_pprof,      read_pprof,      true},
+    {"fdata",      is_fdata,      read_fdata},
+    {"perf",       is_perf,       read_perf,       true},
+    {"pairs",      is_pairs,      read_pairs},
+    {"stacks",     is_stacks,     read_stacks},
 };
+// clang-format on
 
 } // namespace
 

@@ -54,6 +54,9 @@ bool is_callgrind(std::string_view head);
 bool is_perf(std::string_view head);
 bool is_pairs(std::string_view head);
 bool is_stacks(std::string_view head);
+bool is_fdata(std::string_view head);
+bool is_gperftools(std::string_view head);
+bool is_pprof(std::string_view head);
 bool is_gmon(std::string_view head);
 bool is_objects(std::string_view head);
 
@@ -62,5 +65,8 @@ void read_callgrind(profile_input& profile, call_table& calls);
 void read_perf(profile_input& profile, call_table& calls);
 void read_pairs(profile_input& profile, call_table& calls);
 void read_stacks(profile_input& profile, call_table& calls);
+void read_fdata(profile_input& profile, call_table& calls);
+void read_gperftools(profile_input& profile, call_table& calls);
+void read_pprof(profile_input& profile, call_table& calls);
 void read_gmon(profile_input& profile, call_table& calls);
 void read_objects(profile_input& profile, call_table& calls);

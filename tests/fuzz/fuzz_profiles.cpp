@@ -1,4 +1,5 @@
-// Fuzz target: text profiles through ordwell-import. The first byte chooses the format, or to find it by content.
+// Fuzz target: profiles through ordwell-import. The first byte chooses the format, or to find it by content, and whether
+// there is a binary: this program.
 //
 // Whatever the profile, the result is a clear failure or a CSV that ordwell reads without a complaint, with no pair of
 // functions twice.
@@ -8,18 +9,25 @@
 #include "support/failure.h"
 #include "tests/fuzz/fuzz.h"
 
+#include <cstdlib>
 #include <set>
 
 namespace {
 
 constexpr const char* text_formats[] = {"callgrind", "perf", "pairs", "stacks"};
+constexpr unsigned char first_of_any = 10; ///< first bytes below choose a text format
 
+// ORDWELL_FUZZ_FORMAT=NAME looks at one format alone.
 const profile_format* format_of(unsigned char choice, std::string_view head) {
-    for (const profile_format& format : profile_formats()) {
-        const bool is_wanted =
-            choice % 5 == 4 ? format.recognises(head) : std::string_view(text_formats[choice % 5]) == format.name;
+    static const char* const only = std::getenv("ORDWELL_FUZZ_FORMAT");
+    const std::span<const profile_format> formats = profile_formats();
+    for (std::size_t i = 0; i < formats.size(); ++i) {
+        const bool is_wanted = only != nullptr          ? std::string_view(only) == formats[i].name
+                               : choice >= first_of_any ? choice % formats.size() == i
+                               : choice % 5 == 4        ? formats[i].recognises(head)
+                                                        : std::string_view(text_formats[choice % 5]) == formats[i].name;
         if (is_wanted) {
-            return &format;
+            return &formats[i];
         }
     }
     return nullptr;
@@ -33,7 +41,9 @@ void check(unsigned char choice, std::string_view bytes) {
         if (choice / 5 % 2 == 1) {
             objects = {"app"};
         }
-        call_table calls(nullptr, objects);
+        static const function_table binary("/proc/self/exe");
+        call_table calls(choice >= first_of_any && choice % 2 == 1 ? &binary : nullptr, objects);
+        calls.begin_profile();
         profile_input profile(input.path(), false);
         const profile_format* const format = format_of(choice, profile.head());
         if (format == nullptr) {
