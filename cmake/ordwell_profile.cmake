@@ -52,7 +52,12 @@ endif()
 if(NOT IS_DIRECTORY "${train_folder}")
   message(FATAL_ERROR "there is no folder ${train_folder}, the WORKING_DIRECTORY of TRAIN")
 endif()
-ordwell_run("${command} WORKING_DIRECTORY [====[${train_folder}]====]" "recording failed: ${csv} stands as it was")
+set(failed "recording failed: ${csv} stands as it was")
+if(NOT emulator STREQUAL "")
+  list(GET emulator 0 program)
+  string(APPEND failed ". ${program} has to run ${profiler}, too")
+endif()
+ordwell_run("${command} WORKING_DIRECTORY [====[${train_folder}]====]" "${failed}")
 
 # perf.data itself is what the import reads; a process without a function of the target only adds nothing.
 file(GLOB recorded "${record}/*")
