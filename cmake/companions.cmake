@@ -25,9 +25,11 @@ add_library(ordwell_import STATIC
   import/comparison.cpp
   import/csv.cpp
   import/fdata.cpp
+  import/first_run.cpp
   import/gmon.cpp
   import/gperftools.cpp
   import/import_run.cpp
+  import/names.cpp
   import/objects.cpp
   import/open_file.cpp
   import/pair_table.cpp

@@ -1,5 +1,7 @@
 #include "import/call_table.h"
 
+#include "ORDWELL/order_file.h"
+
 #include <algorithm>
 #include <bit>
 #include <utility>
@@ -7,6 +9,16 @@
 namespace {
 
 constexpr std::size_t other_objects_kept = 5;
+
+// Sets a bit, which is added when it is missing; whether it was not set.
+bool set_bit(std::vector<bool>& bits, std::size_t place) {
+    if (place >= bits.size()) {
+        bits.resize(place + 1);
+    }
+    const bool is_new = !bits[place];
+    bits[place] = true;
+    return is_new;
+}
 
 } // namespace
 
@@ -52,6 +64,15 @@ void call_table::add_run(function f, std::uint64_t count) {
     }
 }
 
+void call_table::note_first_run(function f) {
+    if (keeps_first_run_ && profile_names::is_kept(f)) {
+        const bool is_pending = profile_names::is_pending(f);
+        if (set_bit(is_noted_[is_pending ? 1 : 0], is_pending ? f - profile_names::first_pending : f)) {
+            noted_run_.push_back(f);
+        }
+    }
+}
+
 // Chains are numbered from 1; when the numbers are used up, it begins anew.
 void call_table::begin_chain() {
     if (++chain_ == 0) {
@@ -79,6 +100,8 @@ bool call_table::is_new_in_chain(function f) {
 void call_table::begin_profile() {
     names_.begin_profile();
     last_chain_[1].clear();
+    noted_run_.clear();
+    is_noted_ = {};
 }
 
 void call_table::end_profile(const std::string& profile) {
@@ -86,7 +109,17 @@ void call_table::end_profile(const std::string& profile) {
         tell(std::move(line));
     }
     settle_pending_pairs();
+    settle_first_run();
     pairs_.complete();
+}
+
+void call_table::settle_first_run() {
+    for (const function noted : noted_run_) {
+        const function f = names_.final(noted);
+        if (profile_names::is_kept(f) && set_bit(has_run_, f)) {
+            first_run_.push_back(f);
+        }
+    }
 }
 
 // Adds the pairs of the profile to all, now that it is known what its functions are.
@@ -148,4 +181,15 @@ void call_table::write(output_file& out) const {
         line += '\n';
         out.write(line);
     });
+}
+
+void call_table::write_first_run(output_file& out) const {
+    std::string line;
+    for (const function f : first_run_) {
+        line = order_line_start;
+        line += names_.name(f);
+        line += order_line_end;
+        line += '\n';
+        out.write(line);
+    }
 }

@@ -70,6 +70,10 @@ public:
     void note_build_id(std::string_view build_id) { names_.note_build_id(build_id); }
     /// Notes a line for the user, which is no reason to fail.
     void tell(std::string text) { told_.push_back(std::move(text)); }
+    /// Whether the order of first execution is wanted.
+    bool keeps_first_run() const { return keeps_first_run_; }
+    /// Notes that a function was executed, behind all that were noted before; the first time counts.
+    void note_first_run(function f);
     /// Adds calls. Where only one of the functions is kept, it was executed.
     void add_call(function caller, function callee, std::uint64_t count);
     /// Notes that a function was executed, `count` times as far as is known.
@@ -105,6 +109,8 @@ public:
 
     // For the driver.
 
+    /// Keeps the order of first execution, from all profiles that follow.
+    void keep_first_run() { keeps_first_run_ = true; }
     /// Starts a profile, whose names are judged on their own.
     void begin_profile();
     /// Completes a profile. Throws `failure` when its names are demangled and nothing tells what they stand for.
@@ -137,6 +143,9 @@ public:
     const std::vector<std::string>& told() const { return told_; }
     /// Writes the CSV.
     void write(output_file& out) const;
+    /// Writes an order file of the functions in the order of first execution: the first profile's, then what only the next
+    /// ones have.
+    void write_first_run(output_file& out) const;
     /// Some of the objects that were not the wanted one.
     const std::vector<std::string>& other_objects() const { return other_objects_; }
 
@@ -147,6 +156,7 @@ private:
     void begin_chain();
     bool is_new_in_chain(function f);
     void settle_pending_pairs();
+    void settle_first_run();
 
     profile_names names_;
     std::vector<std::string> objects_;
@@ -159,6 +169,12 @@ private:
     pair_table pairs_;         ///< between kept functions
     pair_table pending_pairs_; ///< of the current profile, once it has pending functions
     std::array<std::uint64_t, profile_names::reason_count> left_out_calls_{};
+
+    bool keeps_first_run_ = false;
+    std::vector<function> noted_run_;           ///< in order: of the current profile, may be pending
+    std::array<std::vector<bool>, 2> is_noted_; ///< by number: of kept, of pending ones
+    std::vector<function> first_run_;           ///< of all complete profiles
+    std::vector<bool> has_run_;                 ///< by number
 
     std::uint32_t chain_ = 0;                              ///< the current chain's number
     std::array<std::vector<std::uint32_t>, 2> last_chain_; ///< in which a function stood: of kept, of pending ones

@@ -18,12 +18,16 @@
 //
 // A file may have several parts, each from "part:" to "totals:", by thread or as the run was asked for them. One that ends
 // without that line was cut off, or the run is not over.
+#include "import/first_run.h"
 #include "import/profile_format.h"
+#include "support/failure.h"
 
 #include <boost/unordered/unordered_flat_map.hpp>
 
 #include <charconv>
 #include <optional>
+#include <string>
+#include <vector>
 
 namespace {
 
@@ -92,6 +96,12 @@ public:
             }
         }
         expect_end_of_part();
+        end_part_in_time();
+        if (calls_.keeps_first_run() && dumps_ < 2) {
+            throw failure(profile_.name(),
+                          "one part only, which does not tell when functions ran: record with valgrind "
+                          "--tool=callgrind --dump-every-bb=20000 --combine-dumps=yes");
+        }
     }
 
 private:
@@ -116,6 +126,9 @@ private:
             ends_with_totals_ = true;
         } else if (line.starts_with("part:")) {
             expect_end_of_part();
+            end_part_in_time();
+            dumps_ += line != last_part_ ? 1 : 0; // those of several threads have one number
+            last_part_ = line;
             has_function_ = false;
             object_ = no_object;
         } else if (line.starts_with("positions:")) {
@@ -155,10 +168,14 @@ private:
         if (!is_current_known_) {
             current_ = number_of(current_function_, address_);
             is_current_known_ = true;
+            current_node_ = node_of(current_function_, current_);
         }
         if (has_pending_call_) {
             has_pending_call_ = false;
             calls_.add_call(current_, callee_, call_count_);
+            if (calls_.keeps_first_run()) {
+                part_.add_call(current_node_, callee_node_);
+            }
         } else if (!has_run_) {
             calls_.add_run(current_, 0);
             has_run_ = true;
@@ -238,7 +255,9 @@ private:
         if (has_addresses_ && calls_.binary() != nullptr) {
             target = read_address(take_word(value));
         }
-        callee_ = number_of({*called_function_, called_object_.value_or(object_)}, target);
+        const located callee = {*called_function_, called_object_.value_or(object_)};
+        callee_ = number_of(callee, target);
+        callee_node_ = node_of(callee, callee_);
         called_function_.reset();
         called_object_.reset();
         has_pending_call_ = true;
@@ -265,6 +284,26 @@ private:
         return entry->second;
     }
 
+    // The number under which a function is put in order. What lies outside has one, too, since calls lead through it.
+    std::uint32_t node_of(const located& l, call_table::function number) {
+        if (!calls_.keeps_first_run()) {
+            return 0;
+        }
+        const auto next = static_cast<std::uint32_t>(node_functions_.size());
+        const auto [entry, is_new] = nodes_.emplace(std::uint64_t{l.function} << 32U | l.object, next);
+        if (is_new) {
+            node_functions_.push_back(number);
+        }
+        part_.add_function(entry->second);
+        return entry->second;
+    }
+
+    void end_part_in_time() {
+        for (const std::uint32_t node : part_.take_order()) {
+            calls_.note_first_run(node_functions_[node]);
+        }
+    }
+
     static constexpr std::uint32_t no_object = 4294967295U;
 
     profile_input& profile_;
@@ -276,7 +315,14 @@ private:
     bool has_addresses_ = false;
     bool ends_with_totals_ = false; ///< callgrind itself wrote this, each part of it with totals at the end
     bool is_part_open_ = false;     ///< they did not come yet
-    std::uint64_t address_ = 0;     ///< of the last cost line
+    part_calls part_;               ///< where the order of first execution is wanted,
+    boost::unordered_flat_map<std::uint64_t, std::uint32_t> nodes_; ///< by function and object, the number there,
+    std::vector<call_table::function> node_functions_;              ///< and by that number
+    std::uint32_t current_node_ = 0;
+    std::uint32_t callee_node_ = 0;
+    std::string last_part_;     ///< its line
+    unsigned int dumps_ = 0;    ///< parts of different times
+    std::uint64_t address_ = 0; ///< of the last cost line
 
     std::uint32_t object_ = no_object;
     located current_function_{}; ///< whose costs follow; valid if has_function_

@@ -53,14 +53,24 @@ class binary_import {
 public:
     binary_import(const import_settings& chosen, const std::string& binary)
         : chosen_(chosen), binary_(binary.empty() ? nullptr : std::make_unique<function_table>(binary)),
-          objects_(object_names(chosen.object, binary)), calls_(binary_.get(), objects_) {}
+          objects_(object_names(chosen.object, binary)), calls_(binary_.get(), objects_) {
+        if (!chosen.first_run.empty()) {
+            calls_.keep_first_run();
+        }
+    }
 
     void read(const std::string& name) {
-        profile_input profile(name, !chosen_.is_quiet && isatty(STDERR_FILENO) != 0);
+        profile_input profile(name, !chosen_.is_quiet && isatty(STDERR_FILENO) != 0, calls_.keeps_first_run());
         const profile_format& format = format_of(profile);
         if (!chosen_.event.empty() && !format.has_events) {
             throw failure(profile.name(),
                           std::string("the format ") + format.name + " has no events: leave --event out");
+        }
+        if (calls_.keeps_first_run() && !format.has_time) {
+            throw failure(profile.name(),
+                          std::string("the format ") + format.name +
+                              " does not tell when functions ran: record with valgrind --tool=callgrind "
+                              "--dump-every-bb=20000 --combine-dumps=yes");
         }
         profile.set_event(chosen_.event);
         calls_.begin_profile();
@@ -76,7 +86,7 @@ public:
 
     // Writes what is wanted of the calls and the weighed rows, up to putting them in place.
     void write(std::vector<std::unique_ptr<output_file>>& files) const {
-        if (!chosen_.output.empty() || chosen_.weighed.empty()) {
+        if (!chosen_.output.empty() || (chosen_.weighed.empty() && chosen_.first_run.empty())) {
             files.push_back(std::make_unique<output_file>(path(chosen_.output)));
             calls_.write(*files.back());
         }
@@ -90,6 +100,10 @@ public:
             }
             files.push_back(std::make_unique<output_file>(path(chosen_.weighed)));
             write_weighed(calls_, sizes, *files.back());
+        }
+        if (!chosen_.first_run.empty()) {
+            files.push_back(std::make_unique<output_file>(chosen_.first_run));
+            calls_.write_first_run(*files.back());
         }
     }
 
@@ -186,7 +200,7 @@ std::vector<std::string> inputs_of(const import_settings& chosen) {
 
 // Every file that is written.
 std::vector<std::string> outputs_of(const import_settings& chosen) {
-    std::vector<std::string> outputs;
+    std::vector<std::string> outputs = {chosen.first_run};
     for (const std::string& output : {chosen.output, chosen.weighed}) {
         if (!is_folder(output)) {
             outputs.push_back(output);
@@ -249,7 +263,7 @@ std::string contradiction(const import_settings& chosen) {
     const bool has_folder = is_folder(chosen.output) || is_folder(chosen.weighed);
     if (chosen.prints_build_id) {
         return chosen.binaries.size() != 1 || !chosen.profiles.empty() || !chosen.output.empty() ||
-                       !chosen.weighed.empty() || !chosen.compare.empty()
+                       !chosen.weighed.empty() || !chosen.first_run.empty() || !chosen.compare.empty()
                    ? "--build-id takes one --binary and nothing else"
                    : "";
     }
@@ -263,6 +277,9 @@ std::string contradiction(const import_settings& chosen) {
         if ((!chosen.output.empty() && !is_folder(chosen.output)) ||
             (!chosen.weighed.empty() && !is_folder(chosen.weighed)) || !has_folder) {
             return "several --binary need -o DIR/, a folder for their files";
+        }
+        if (!chosen.first_run.empty()) {
+            return "--first-run goes with one --binary only";
         }
         if (!chosen.compare.empty()) {
             return "--compare goes with one --binary only";

@@ -21,6 +21,7 @@ struct import_settings {
     std::string event;
     std::string output;
     std::string weighed;
+    std::string first_run;            ///< an order file
     std::vector<std::string> objects; ///< what tells the sizes of functions besides the binary
     std::string compare;              ///< an earlier CSV
     bool prints_build_id = false;

@@ -37,12 +37,13 @@ int main(int argc, char** argv) {
         .add_option("-o,--output", chosen.output,
                     "Write to this file, or to DIR/ under the binary's name, instead of standard output")
         ->option_text("FILE");
+    const auto is_file = [](const std::string& file) { return file == "-" ? "must name a file" : ""; };
     CLI::Option* const weighed =
         command_line
             .add_option(
                 "--weighed", chosen.weighed,
                 "Write to this file the rows with the weights that serve the layout best; without -o nothing else")
-            ->check([](const std::string& file) { return file == "-" ? "must name a file" : ""; })
+            ->check(is_file)
             ->option_text("FILE");
     command_line
         .add_option("--objects", chosen.objects,
@@ -50,6 +51,11 @@ int main(int argc, char** argv) {
                     "repeatedly")
         ->allow_extra_args(false)
         ->needs(weighed)
+        ->option_text("FILE");
+    command_line
+        .add_option("--first-run", chosen.first_run,
+                    "Write to this file the functions in the order of their first execution; without -o nothing else")
+        ->check(is_file)
         ->option_text("FILE");
     command_line.add_option("--compare", chosen.compare, "Tell how far the calls have moved since this earlier CSV")
         ->option_text("FILE");

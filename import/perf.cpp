@@ -70,6 +70,15 @@ public:
             profile_.fail(std::string("the field ip is missing: ") + advice);
         }
         end_events();
+        if (calls_.keeps_first_run()) {
+            if (!has_times_) {
+                throw failure(profile_.name(),
+                              "the field time is missing, without which nothing tells when functions ran: "
+                              "print again with perf script -F time,ip,sym,symoff,dso");
+            }
+            calls_.tell(profile_.name() + ": functions that ran between two samples only are not in the order of first "
+                                          "execution");
+        }
     }
 
 private:
@@ -153,6 +162,7 @@ private:
         ++sample_count_;
         std::string_view rest = line;
         const bool has_time = has_perf_time(line);
+        has_times_ |= has_time;
         perf_head head = parse_perf_head(line);
         if (head.rest.empty() && !head.ends_with_event && !has_time && line.starts_with(' ') &&
             take_perf_address(rest)) {
@@ -353,6 +363,15 @@ private:
     }
 
     void end_sample() {
+        if (calls_.keeps_first_run()) { // what is oldest or furthest out ran first
+            for (auto b = branches_.rbegin(); b != branches_.rend(); ++b) {
+                calls_.note_first_run(b->from);
+                calls_.note_first_run(b->to);
+            }
+            for (auto frame = frames_.rbegin(); frame != frames_.rend(); ++frame) {
+                calls_.note_first_run(*frame);
+            }
+        }
         if (has_branches_) {
             for (const branch& b : branches_) {
                 calls_.add_call(b.from, b.to, 1);
@@ -408,6 +427,7 @@ private:
 
     // Of the profile so far:
     std::uint64_t sample_count_ = 0;
+    bool has_times_ = false;
     bool has_frames_ = false;      ///< addresses or branches
     bool has_symbols_ = false;     ///< frames have symbols,
     bool has_objects_ = false;     ///< and objects

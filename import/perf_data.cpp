@@ -191,7 +191,7 @@ void perf_data::finish() {
     }
 }
 
-open_file perf_data::print() {
+open_file perf_data::print(bool with_time) {
     check_size();
     const std::string recorded = output_of({"perf", "evlist", "-v", "-i", path_});
     const bool has_branches = recorded.find("BRANCH_STACK") != std::string::npos;
@@ -205,11 +205,12 @@ open_file perf_data::print() {
         }
         start = end + 1;
     }
-    std::vector<std::string> script = {"perf",        "script",
-                                       "-f",          "-i",
-                                       path_,         "--no-demangle",
-                                       "--no-inline", "--show-mmap-events",
-                                       "-F",          has_branches ? branch_fields : chain_fields};
+    std::vector<std::string> script = {
+        "perf",        "script",
+        "-f",          "-i",
+        path_,         "--no-demangle",
+        "--no-inline", "--show-mmap-events",
+        "-F",          (with_time ? "time," : "") + std::string(has_branches ? branch_fields : chain_fields)};
     if (has_branches) {
         script.emplace_back("--hide-call-graph");
     }

@@ -30,8 +30,8 @@ public:
     perf_data(const perf_data&) = delete;
     perf_data& operator=(const perf_data&) = delete;
 
-    /// Starts perf and returns the file from which its text comes. Throws `failure`.
-    open_file print();
+    /// Starts perf and returns the file from which its text comes, with the time of each sample if so wanted. Throws `failure`.
+    open_file print(bool with_time);
     /// Waits for perf's end. Throws `failure` when it was none with status 0.
     void finish();
 

@@ -10,12 +10,13 @@ constexpr profile_format formats[] = {
     {"objects",    is_objects,    read_objects},
     {"gperftools", is_gperftools, read_gperftools},
     {"csv",        is_csv,        read_csv},
-    {"callgrind",  is_callgrind,  read_callgrind},
+    {"callgrind",  is_callgrind,  read_callgrind,  false, true},
     {"pprof",      is_pprof,      read_pprof,      true},
     {"fdata",      is_fdata,      read_fdata},
-    {"perf",       is_perf,       read_perf,       true},
+    {"perf",       is_perf,       read_perf,       true,  true},
     {"pairs",      is_pairs,      read_pairs},
     {"stacks",     is_stacks,     read_stacks},
+    {"names",      is_names,      read_names,      false, true},
 };
 // clang-format on
 

@@ -16,6 +16,7 @@ struct profile_format {
     /// Enters the calls of a profile. Throws `failure` for one that does not keep to the format.
     void (*read)(profile_input& profile, call_table& calls);
     bool has_events = false; ///< whether a profile may hold several events, of which --event takes one
+    bool has_time = false;   ///< whether a profile may know in which order functions were first executed
 };
 
 /// All formats, in the order in which a profile is tried.
@@ -58,6 +59,7 @@ bool is_fdata(std::string_view head);
 bool is_gperftools(std::string_view head);
 bool is_pprof(std::string_view head);
 bool is_gmon(std::string_view head);
+bool is_names(std::string_view head);
 bool is_objects(std::string_view head);
 
 void read_csv(profile_input& profile, call_table& calls);
@@ -69,4 +71,5 @@ void read_fdata(profile_input& profile, call_table& calls);
 void read_gperftools(profile_input& profile, call_table& calls);
 void read_pprof(profile_input& profile, call_table& calls);
 void read_gmon(profile_input& profile, call_table& calls);
+void read_names(profile_input& profile, call_table& calls);
 void read_objects(profile_input& profile, call_table& calls);

@@ -4,8 +4,8 @@
 
 #include <cstdio>
 
-profile_input::profile_input(const std::string& name, bool shows_progress)
-    : source_(name), blocks_(source_.take_file(), source_.begun()), shows_progress_(shows_progress),
+profile_input::profile_input(const std::string& name, bool shows_progress, bool wants_time)
+    : source_(name, wants_time), blocks_(source_.take_file(), source_.begun()), shows_progress_(shows_progress),
       size_(source_.size()) {
     next_block();
 }

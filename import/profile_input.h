@@ -13,8 +13,9 @@
 
 class profile_input {
 public:
-    /// Opens a profile; "-" is standard input. Throws `failure`.
-    profile_input(const std::string& name, bool shows_progress);
+    /// Opens a profile; "-" is standard input. Where it is perf.data, `wants_time` has perf print when samples were taken.
+    /// Throws `failure`.
+    profile_input(const std::string& name, bool shows_progress, bool wants_time = false);
     ~profile_input();
 
     /// What messages call it.

@@ -8,7 +8,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-profile_source::profile_source(const std::string& name)
+profile_source::profile_source(const std::string& name, bool wants_time)
     : name_(name == "-" ? "standard input" : name),
       file_(name == "-" ? fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0) : open(name.c_str(), O_RDONLY | O_CLOEXEC)) {
     if (file_.get() < 0) {
@@ -36,7 +36,7 @@ profile_source::profile_source(const std::string& name)
         } else {
             perf_ = std::make_unique<perf_data>(name_, path);
         }
-        file_ = perf_->print();
+        file_ = perf_->print(wants_time);
         size_ = 0;
         begin();
     }

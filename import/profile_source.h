@@ -17,8 +17,9 @@
 
 class profile_source {
 public:
-    /// Opens a profile; "-" is standard input. Throws `failure`.
-    explicit profile_source(const std::string& name);
+    /// Opens a profile; "-" is standard input. Where it is perf.data, `wants_time` has perf print when samples were taken.
+    /// Throws `failure`.
+    profile_source(const std::string& name, bool wants_time);
 
     /// What messages call it.
     const std::string& name() const { return name_; }

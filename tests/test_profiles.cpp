@@ -184,7 +184,7 @@ TEST_F(Profiles, FormatsAreListed) {
                        "/docs/ordwell-import.1 || echo $f; done; grep -c \"\\\"$formats\\\"\" " ORDWELL_SOURCE
                        "/completions/ordwell-companions")
                   .out,
-              "10\n1\n");
+              "11\n1\n");
 }
 
 // Calls among the functions of each; those from one to the other are of neither.
