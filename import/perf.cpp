@@ -171,14 +171,15 @@ private:
         enter_event(head.event);
         process_ = head.process;
         rest = head.rest;
-        if (std::uint64_t address = 0; take_perf_address(rest, address)) {
+        is_lone_number_ = !rest.empty() && rest.find_first_not_of(" 0123456789\r") == std::string_view::npos;
+        if (std::uint64_t address = 0; !is_lone_number_ && take_perf_address(rest, address)) {
             read_behind_address(rest, address);
             return;
         }
         if (read_branches(line)) {
             return;
         }
-        needs_frame_ = !head.ends_with_event && !has_time;
+        needs_frame_ = is_lone_number_ || (!head.ends_with_event && !has_time);
         is_whole_ = head.ends_with_event || !has_event_heads_;
         has_event_heads_ |= head.ends_with_event;
     }
@@ -217,7 +218,9 @@ private:
     // Where a line was no head by itself, a frame has to follow.
     void expect_frame(bool is_there) {
         if (needs_frame_ && !is_there) {
-            profile_.fail(std::string("no line of perf script before it, or the field ip is missing: ") + advice);
+            profile_.fail(is_lone_number_
+                              ? std::string("the field sym is missing: ") + advice
+                              : std::string("no line of perf script before it, or the field ip is missing: ") + advice);
         }
         needs_frame_ = false;
     }
@@ -422,6 +425,7 @@ private:
     bool has_sample_ = false;                  ///< whether there is one
     bool has_branches_ = false;                ///< whether it has any branch, calls or not
     bool is_skipped_ = false;                  ///< of another event
+    bool is_lone_number_ = false;              ///< its head is a number: a period, or an address without a symbol
     bool needs_frame_ = false;                 ///< the line before was no sample without one
     bool is_behind_frame_ = false;             ///< the line before was one
 

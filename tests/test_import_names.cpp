@@ -209,6 +209,9 @@ TEST_F(ImportMistakes, PerfFieldsAndEvents) {
     }
     folder.write("p", "\t            1145\n\t            1169\n"); // digits that might be a count
     EXPECT_NE(said("p").find("the field sym is missing"), std::string::npos);
+    for (const char* const fields : {"ip,sym,period", "comm,tid,time,period,ip,sym"}) { // a head that ends in a number
+        EXPECT_EQ(folder.run(script + "-F " + fields + " | ordwell-import --quiet - | grep -c middle,leaf").out, "1\n");
+    }
     // Branch records, by hand in perf's form: this machine cannot record them.
     folder.write("p", "            1253 f+0x3main+0x5/f+0x0/P/-/-/0 \n");
     EXPECT_NE(said("p").find("the field dso is missing"), std::string::npos);
