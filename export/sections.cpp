@@ -98,7 +98,7 @@ void section_table::add_file(const std::string& path) {
         for (const elf_symbol& symbol : symbols) {
             const bool is_label = symbol.kind == symbol_kind::other && !symbol.is_global;
             if (symbol.section != 0 && !is_label && is_function(symbol, object.section_name(symbol.section))) {
-                occupation& here = occupations.try_emplace(symbol.section, symbol.address, false).first->second;
+                occupation& here = occupations.emplace(symbol.section, occupation{symbol.address, false}).first->second;
                 here.is_crowded |= here.address != symbol.address;
                 is_crowded |= here.is_crowded;
             }

@@ -145,7 +145,8 @@ private:
         }
         const call_table::function source = number_of(from);
         const call_table::function target = number_of(to);
-        if (to.offset == 0 && source != target) {
+        const bool are_kept = profile_names::is_kept(source) && profile_names::is_kept(target);
+        if (to.offset == 0 && (are_kept ? source != target : from.name != to.name)) {
             calls_.add_call(source, target, count);
         } else {
             calls_.add_run(source, count);

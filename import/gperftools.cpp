@@ -67,7 +67,7 @@ private:
     struct mapping {
         std::uint64_t end;
         std::uint64_t offset;
-        bool is_wanted;
+        std::string_view object; ///< of the profile's bytes
     };
 
     // Behind the words of the end.
@@ -88,6 +88,9 @@ private:
     }
 
     void read_map(std::string_view text) {
+        if (!text.empty() && !text.ends_with('\n')) {
+            throw failure(profile_.name(), "cut off: the map of what was loaded where ends inside a line");
+        }
         while (!text.empty()) {
             std::string_view line = take_line(text);
             const std::string_view range = take_word(line);
@@ -95,7 +98,7 @@ private:
             const std::string_view offset = take_word(line);
             take_word(line); // device
             take_word(line); // inode
-            mapping read = {0, 0, calls_.is_wanted_object(line)};
+            mapping read = {0, 0, line};
             std::uint64_t start = 0;
             const std::size_t hyphen = range.find('-');
             if (hyphen != std::string_view::npos && rights.size() >= 4 &&
@@ -143,8 +146,9 @@ private:
                 return known->second;
             }
             const std::optional<std::uint64_t> linked =
-                around->is_wanted ? calls_.binary()->address_of_byte(address - std::prev(next)->first + around->offset)
-                                  : std::nullopt;
+                calls_.is_wanted_object(around->object)
+                    ? calls_.binary()->address_of_byte(address - std::prev(next)->first + around->offset)
+                    : std::nullopt;
             known->second = linked.has_value() ? calls_.at(*linked, {}) : call_table::outside;
         }
         return known->second;

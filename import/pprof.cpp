@@ -72,7 +72,9 @@ private:
         std::uint64_t offset = 0;
         std::uint64_t filename = 0; ///< places in the table of strings
         std::uint64_t build_id = 0;
-        bool is_wanted = false;
+        bool is_asked = false;      ///< whether the next two are known
+        bool is_wanted = false;     ///< may hold the binary's functions: also one without a file name, by their names
+        bool has_addresses = false; ///< of the binary
     };
     struct location {
         std::uint64_t mapping = 0; ///< IDs, 0: none
@@ -224,28 +226,42 @@ private:
     }
 
     void resolve_locations() {
-        for (auto& [id, m] : mappings_) {
-            m.is_wanted = calls_.is_wanted_object(string(m.filename));
-            if (m.is_wanted && m.build_id != 0) {
-                std::string build_id(string(m.build_id));
-                std::transform(build_id.begin(), build_id.end(), build_id.begin(),
-                               [](char c) { return c >= 'A' && c <= 'F' ? static_cast<char>(c - 'A' + 'a') : c; });
-                calls_.note_build_id(build_id);
-            }
-        }
         for (auto& [id, l] : locations_) {
             l.number = number_of(l);
         }
     }
 
+    // Asks once, and only for what holds a location: the others are no object of the profile's calls.
+    void ask_for(mapping& m) {
+        if (m.is_asked) {
+            return;
+        }
+        m.is_asked = true;
+        const std::string_view filename = string(m.filename);
+        std::string build_id(string(m.build_id));
+        std::transform(build_id.begin(), build_id.end(), build_id.begin(),
+                       [](char c) { return c >= 'A' && c <= 'F' ? static_cast<char>(c - 'A' + 'a') : c; });
+        const bool is_of_binary =
+            calls_.binary() != nullptr && !build_id.empty() && build_id == calls_.binary()->build_id();
+        m.is_wanted = is_of_binary || filename.empty() || calls_.is_wanted_object(filename);
+        m.has_addresses = is_of_binary || (m.is_wanted && !filename.empty());
+        if (m.has_addresses && !build_id.empty()) {
+            calls_.note_build_id(build_id);
+        }
+    }
+
     call_table::function number_of(const location& l) {
         const auto found = mappings_.find(l.mapping);
-        const mapping* const in = found == mappings_.end() ? nullptr : &found->second;
-        if (in != nullptr && !in->is_wanted) {
-            return call_table::outside;
+        mapping* const in = found == mappings_.end() ? nullptr : &found->second;
+        if (in != nullptr) {
+            ask_for(*in);
+            if (!in->is_wanted) {
+                return call_table::outside;
+            }
         }
         std::optional<std::uint64_t> linked;
-        if (calls_.binary() != nullptr && in != nullptr && l.address >= in->start && l.address < in->limit) {
+        if (calls_.binary() != nullptr && in != nullptr && in->has_addresses && l.address >= in->start &&
+            l.address < in->limit) {
             linked = calls_.binary()->address_of_byte(l.address - in->start + in->offset);
         }
         const auto names = functions_.find(l.function);

@@ -27,6 +27,9 @@ constexpr auto of_page = "a web page or picture, not a profile: give what the pr
 constexpr auto of_archive = "an archive: unpack it, and give the profiles in it"sv;
 constexpr auto of_text = "text in UTF-16: convert it, by iconv -f UTF-16 -t UTF-8"sv;
 
+constexpr auto of_dump =
+    "a heap profile or another dump as text, which is not read: give a CPU profile, or of Go the form without ?debug=1"sv;
+
 constexpr recognised known[] = {
     {0, "\xfflprofr\x81"sv, of_counters}, // the other byte order
     {0, "\x81rforpl\xff"sv, of_counters},
@@ -45,6 +48,13 @@ constexpr recognised known[] = {
     {0, "PK\x03\x04"sv, of_archive},
     {0, "PK\x05\x06"sv, of_archive},
     {0, "7z\xbc\xaf"sv, of_archive},
+    {0, "heap profile: "sv, of_dump},
+    {0, "goroutine profile: "sv, of_dump},
+    {0, "threadcreate profile: "sv, of_dump},
+    {0, "--- mutex:"sv, of_dump},
+    {0, "--- contention"sv, of_dump},
+    {0, "--- symbol\n"sv, "output of pprof --raw: give the profile that it was made of"sv},
+    {0, "---\nheader:"sv, "YAML of perf2bolt: let it write fdata, without -w and -profile-format=yaml"sv},
     {0, "\xff\xfe"sv, of_text},
     {0, "\xfe\xff"sv, of_text},
     {0, "\xef\xbb\xbf"sv, "text with a byte order mark, which is no part of a profile: save it without"sv},

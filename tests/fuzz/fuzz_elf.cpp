@@ -64,7 +64,7 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
     try_to([&] {
         section_table sections;
         sections.add(input.path());
-        sections.sections("main");
+        sections.find("main");
     });
     for (const auto read : {read_objects, read_gmon}) {
         try_to([&] {
