@@ -1,12 +1,16 @@
-// GNU ld: a linker script fragment. With INSERT it is read beside the default script, whose output section .text gets what
-// ours has not claimed before; so the ordered functions stand in an output section of their own in front of it.
+// GNU ld: a linker script fragment. With INSERT it is read beside the default script, whose output section .text gets what ours
+// has not claimed before. Ours claims all code, the ordered functions first and then the rest as the default script has it:
+// valgrind and other tools know the functions of one section .text only, so those of a section beside it would be nameless.
 //
 //     SECTIONS
 //     {
-//       .text.ordered :
+//       .text :
 //       {
 //         *(.text.f)
 //         *(".text.odd name")
+//         *(.text.unlikely .text.*_unlikely .text.unlikely.*)
+//         ...
+//         *(.text .stub .text.* .gnu.linkonce.t.*)
 //       }
 //     }
 //     INSERT BEFORE .text;
@@ -31,8 +35,18 @@ std::optional<std::string> ld_line(std::string_view section) {
     return "    *(" + name + ")";
 }
 
+constexpr const char* end = R"(    *(.text.unlikely .text.*_unlikely .text.unlikely.*)
+    *(.text.exit .text.exit.*)
+    *(.text.startup .text.startup.*)
+    *(.text.hot .text.hot.*)
+    *(SORT(.text.sorted.*))
+    *(.text .stub .text.* .gnu.linkonce.t.*)
+  }
+}
+INSERT BEFORE .text;
+)";
+
 } // namespace
 
-const linker_format ld_format = {
-    "ld",  true, true, "SECTIONS\n{\n  .text.ordered :\n  {\n", "  }\n}\nINSERT BEFORE .text;\n", ld_line, "link with ",
-    "-T,", true, ""};
+const linker_format ld_format = {"ld",  true, true, "SECTIONS\n{\n  .text :\n  {\n", end, ld_line, "link with ",
+                                 "-T,", true, ""};
