@@ -83,6 +83,10 @@ TEST_F(Formats, PprofByHand) {
     const std::string start = field(9, 1) + field(1, field(1, 1));
     folder.write("p", start + sample("\1\2\3", 5) + sample("\1\2", 2) + sample("\2", 0) + tables);
     EXPECT_EQ(import("p").out, header + "g,_Z1fv,7\nkept,kept,5\n");
+    // A mapping without a file name may be the binary's; one that no sample needs is not asked.
+    folder.write("p", start + sample("\4", 5) + tables + field(4, field(1, 4) + field(2, 1) + field(4, field(1, 3))) +
+                          field(3, field(1, 1)) + field(3, field(1, 2) + field(5, 7)));
+    EXPECT_EQ(import("--object=other p").out, header + "kept,kept,5\n");
     for (const auto& [bytes, told] :
          {std::pair{start + sample("\1\2", -5) + tables, "negative value"},
           {start + sample("\1\7", 5) + tables, "a location is not in the table"},
@@ -109,7 +113,7 @@ TEST_F(Formats, Gperftools) {
     ASSERT_NE(counted, "");
     EXPECT_EQ(import("--binary=app p | grep ,leaf,").out, "middle,leaf," + counted);
     EXPECT_NE(import("p").err.find("addresses alone: name the program with --binary"), std::string::npos);
-    for (const char* const size : {"-1000000", "60", "200"}) {
+    for (const char* const size : {"-1000000", "60", "200", "-5"}) {
         EXPECT_NE(
             folder.run("head -c "s + size + " p >cut; [ -s cut ] || head -c 90 p >cut; ordwell-import --binary=app cut")
                 .err.find("cut off"),
@@ -133,6 +137,8 @@ TEST_F(Formats, BoltInstrumentsAndReads) {
                        "}; calls c >a; calls p | diff a -; grep -c main,_Z9recursivei a")
                   .out,
               "1\n");
+    folder.write("other", "1 f 3 1 g 0 0 1\n");
+    EXPECT_NE(import("--binary=app other").err.find("none of the profile's is defined in app"), std::string::npos);
     const struct {
         const char* lines;
         const char* rows; ///< or what is told
