@@ -86,6 +86,7 @@ private:
         std::uint64_t name = 0; ///< places in the table of strings
         std::uint64_t system_name = 0;
     };
+    static constexpr call_table::function unlisted = no_index; ///< no location has this ID
     template <typename T>
     using by_id = boost::unordered_flat_map<std::uint64_t, T>;
 
@@ -226,8 +227,12 @@ private:
     }
 
     void resolve_locations() {
+        numbers_.assign(2 * locations_.size(), unlisted);
         for (auto& [id, l] : locations_) {
             l.number = number_of(l);
+            if (id < numbers_.size()) {
+                numbers_[static_cast<std::size_t>(id)] = l.number;
+            }
         }
     }
 
@@ -325,6 +330,10 @@ private:
     }
 
     void add_location(std::uint64_t id) {
+        if (id < numbers_.size() && numbers_[static_cast<std::size_t>(id)] != unlisted) {
+            chain_.push_back(numbers_[static_cast<std::size_t>(id)]);
+            return;
+        }
         const auto found = locations_.find(id);
         if (found == locations_.end()) {
             throw failure(profile_.name(), "damaged or cut off: a location is not in the table");
@@ -340,6 +349,7 @@ private:
     std::uint64_t default_type_ = 0;         ///< the same; 0: none
     by_id<mapping> mappings_;
     by_id<location> locations_;
+    std::vector<call_table::function> numbers_; ///< of locations with small IDs, as most have, by ID
     by_id<function_names> functions_;
     std::size_t value_ = 0;                   ///< which of a sample's values counts
     std::vector<call_table::function> chain_; ///< of the current sample
