@@ -59,17 +59,19 @@ void read_histogram(byte_stream& stream, const std::string& name, call_table& ca
     if (high < low || (bins == 0 && high != low)) {
         throw failure(name, "a histogram of no addresses");
     }
-    const double width = bins == 0 ? 0 : static_cast<double>(high - low) / static_cast<double>(bins);
+    // (high - low) * bin / bins, whose product may exceed 64 bits; bins are of 32.
+    const auto border = [&](std::uint64_t bin) {
+        return low + (high - low) / bins * bin + (high - low) % bins * bin / bins;
+    };
     for (std::uint64_t bin = 0; bin < bins; ++bin) {
         const std::uint64_t ticks = stream.take_number(2);
         if (ticks == 0) {
             continue;
         }
         // A bin at the border of two functions counts for the one that it begins in, unless that is a gap.
-        const auto start = low + static_cast<std::uint64_t>(static_cast<double>(bin) * width);
-        const auto end = low + static_cast<std::uint64_t>(static_cast<double>(bin + 1) * width);
+        const std::uint64_t start = border(bin);
         const call_table::function f = calls.at(start, {});
-        calls.add_run(f != call_table::unknown ? f : calls.at(end - 1, {}), ticks);
+        calls.add_run(f != call_table::unknown ? f : calls.at(border(bin + 1) - 1, {}), ticks);
     }
 }
 
