@@ -4,6 +4,7 @@ find_package(nlohmann_json REQUIRED)
 find_package(PkgConfig REQUIRED)
 pkg_check_modules(libelf REQUIRED IMPORTED_TARGET libelf)
 pkg_check_modules(libarchive REQUIRED IMPORTED_TARGET libarchive)
+find_package(ZLIB REQUIRED)
 find_package(Threads REQUIRED)
 
 add_library(ordwell_companion STATIC
@@ -47,7 +48,7 @@ add_library(ordwell_import STATIC
   import/stacks.cpp
   import/unpacker.cpp
   import/weighed.cpp)
-target_link_libraries(ordwell_import PUBLIC ordwell_companion PkgConfig::libarchive Threads::Threads)
+target_link_libraries(ordwell_import PUBLIC ordwell_companion PkgConfig::libarchive ZLIB::ZLIB Threads::Threads)
 
 add_executable(ordwell-import import/main.cpp)
 target_link_libraries(ordwell-import PRIVATE ordwell_import)

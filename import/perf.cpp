@@ -24,6 +24,7 @@
 #include "import/profile_format.h"
 #include "support/failure.h"
 
+#include <algorithm>
 #include <optional>
 #include <string>
 #include <vector>
@@ -55,6 +56,7 @@ public:
                 if (mappings_.has_value()) {
                     mappings_->add(line, calls_.is_wanted_object(perf_mappings::path_in(line)));
                 }
+                is_whole_ = profile_.has_line_feed() || !perf_mappings::path_in(line).empty();
             } else if (line.starts_with(' ') && (has_sample_ || is_behind_frame_) && read_rest_of_sample(line)) {
                 continue;
             } else if (!line.starts_with('#')) {
@@ -68,6 +70,9 @@ public:
         }
         if (sample_count_ != 0 && !has_frames_) {
             profile_.fail(std::string("the field ip is missing: ") + advice);
+        }
+        if (has_bare_addresses_ && !has_symbols_ && flag_count_ == 0) {
+            profile_.fail(std::string("the field sym is missing: ") + advice);
         }
         end_events();
         if (calls_.keeps_first_run()) {
@@ -192,13 +197,20 @@ private:
         std::string_view first;
         std::size_t flag_count = 0;
         if (!take_perf_branch(rest, ends, flag_count)) {
-            add_frame(text, address, frame_kind::sampled);
+            const std::size_t start = text.find_first_not_of(" \r");
+            const bool is_cut = text.substr(std::min(start, text.size())).starts_with("0x"); // the ends of a branch
+            if (start == std::string_view::npos || is_cut) {
+                has_bare_addresses_ = has_frames_ = true;
+                is_whole_ = !is_cut && profile_.has_line_feed();
+            } else {
+                add_frame(text, address, frame_kind::sampled);
+            }
             return;
         }
+        is_whole_ = rest.find_first_not_of(" \r") == std::string_view::npos;
         if (std::uint64_t from = 0, to = 0; parse_perf_addresses(ends, from, to)) {
             add_branch(ends);
             flag_count_ = flag_count;
-            is_whole_ = true;
             read_branches(rest);
             return;
         }
@@ -209,10 +221,8 @@ private:
         add_frame(frame, address, frame_kind::sampled);
         add_branch(first);
         flag_count_ = flag_count;
-        is_whole_ = true;
-        if (!rest.empty()) {
-            read_branches(rest);
-        }
+        is_whole_ = rest.find_first_not_of(" \r") == std::string_view::npos;
+        read_branches(rest);
     }
 
     // Where a line was no head by itself, a frame has to follow.
@@ -432,12 +442,13 @@ private:
     // Of the profile so far:
     std::uint64_t sample_count_ = 0;
     bool has_times_ = false;
-    bool has_frames_ = false;      ///< addresses or branches
-    bool has_symbols_ = false;     ///< frames have symbols,
-    bool has_objects_ = false;     ///< and objects
-    bool has_event_heads_ = false; ///< heads of samples end with the event
-    bool is_whole_ = true;         ///< the line before did not end early
-    std::size_t flag_count_ = 0;   ///< fields behind the ends of a branch
+    bool has_frames_ = false;         ///< addresses or branches
+    bool has_symbols_ = false;        ///< frames have symbols,
+    bool has_objects_ = false;        ///< and objects
+    bool has_bare_addresses_ = false; ///< samples of an address alone, as those are that recorded no branch
+    bool has_event_heads_ = false;    ///< heads of samples end with the event
+    bool is_whole_ = true;            ///< the line before did not end early
+    std::size_t flag_count_ = 0;      ///< fields behind the ends of a branch
 };
 
 } // namespace

@@ -23,6 +23,7 @@ constexpr std::size_t data_section = 40;     ///< where its offset and size stan
 constexpr std::size_t feature_bits = 72;     ///< where the set of optional sections stands,
 constexpr std::size_t feature_bytes = 32;    ///< and its size
 constexpr std::size_t section_size = 16;     ///< an offset and a size
+constexpr std::size_t folder_feature = 24;   ///< the bit of a file that has others beside it
 constexpr std::uint32_t tracing_record = 66; ///< records with bytes behind them, whose number they hold
 constexpr std::uint32_t auxtrace_record = 71;
 
@@ -82,8 +83,13 @@ void check_sections(const std::string& name, const number_file& file) {
     }
     file.expect(data, data_size);
     std::size_t count = 0;
-    for (const char byte : file.bytes(feature_bits, feature_bytes)) {
-        count += static_cast<std::size_t>(std::popcount(static_cast<unsigned char>(byte)));
+    for (std::size_t word = 0; word < feature_bytes; word += 8) {
+        const std::uint64_t bits = file.number(feature_bits + word, 8);
+        count += static_cast<std::size_t>(std::popcount(bits));
+        if (word == 0 && (bits >> folder_feature & 1U) != 0) {
+            throw failure(name, "one of the files of perf record --threads: import what perf script prints of their "
+                                "folder");
+        }
     }
     for (std::size_t i = 0; i < count; ++i) {
         const std::uint64_t place = data + data_size + i * section_size;
@@ -193,10 +199,12 @@ void perf_data::finish() {
 
 open_file perf_data::print(bool with_time) {
     check_size();
-    const std::string recorded = output_of({"perf", "evlist", "-v", "-i", path_});
-    const bool has_branches = recorded.find("BRANCH_STACK") != std::string::npos;
+    const std::string recorded = output_of({"perf", "evlist", "-f", "-v", "-i", path_});
+    // --call-graph lbr takes the chains from branch records, which then are no branches.
+    const bool has_branches =
+        recorded.find("BRANCH_STACK") != std::string::npos && recorded.find("|CALL_STACK") == std::string::npos;
     has_places_only_ = !has_branches && recorded.find("CALLCHAIN") == std::string::npos;
-    const std::string listed = output_of({"perf", "buildid-list", "-i", path_});
+    const std::string listed = output_of({"perf", "buildid-list", "-f", "-i", path_});
     for (std::size_t start = 0; start < listed.size();) { // lines of build ID, blank, path
         const std::size_t end = std::min(listed.find('\n', start), listed.size());
         const std::size_t blank = std::min(listed.find(' ', start), end);

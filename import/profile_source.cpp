@@ -8,6 +8,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+namespace {
+
+constexpr std::size_t most_layers = 3; // of compression; hostile data may unpack to itself
+
+} // namespace
+
 profile_source::profile_source(const std::string& name, bool wants_time)
     : name_(name == "-" ? "standard input" : name),
       file_(name == "-" ? fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0) : open(name.c_str(), O_RDONLY | O_CLOEXEC)) {
@@ -15,13 +21,21 @@ profile_source::profile_source(const std::string& name, bool wants_time)
         throw failure(name_, std::strerror(errno));
     }
     struct stat properties {};
-    const bool is_regular = fstat(file_.get(), &properties) == 0 && S_ISREG(properties.st_mode);
+    const bool is_known = fstat(file_.get(), &properties) == 0;
+    if (is_known && S_ISDIR(properties.st_mode)) {
+        throw failure(name_, "a folder: give the profiles in it, or what perf script prints of one that perf record "
+                             "--threads made");
+    }
+    const bool is_regular = is_known && S_ISREG(properties.st_mode);
     std::string path = is_regular && name != "-" ? name : ""; // what another program may open
     size_ = is_regular ? static_cast<std::uint64_t>(properties.st_size) : 0;
     begin();
-    if (is_compressed(begun_)) {
+    while (is_compressed(begun_)) {
+        if (unpackers_.size() == most_layers) {
+            throw failure(name_, "compressed again and again: unpack it");
+        }
         pipe_ends pipe;
-        unpacker_ = std::make_unique<unpacker>(name_, std::move(file_), begun_, std::move(pipe.writing));
+        unpackers_.push_back(std::make_unique<unpacker>(name_, std::move(file_), begun_, std::move(pipe.writing)));
         file_ = std::move(pipe.reading);
         size_ = 0;
         path.clear();
@@ -62,8 +76,8 @@ void profile_source::begin() {
 }
 
 void profile_source::finish() {
-    if (unpacker_ != nullptr) {
-        unpacker_->finish();
+    for (const auto& layer : unpackers_) {
+        layer->finish();
     }
     if (perf_ != nullptr) {
         perf_->finish();

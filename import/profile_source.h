@@ -1,7 +1,7 @@
 // What yields the bytes of a profile, found by content:
 //
 //     a file or standard input                 as it is
-//     compressed (gzip, xz, zstd, bzip2)       unpacked on the way (import/unpacker.h)
+//     compressed (gzip, xz, zstd, bzip2)       unpacked on the way (import/unpacker.h); also twice, as a pprof put into gzip
 //     perf.data                                the text that perf script prints of it (import/perf_data.h)
 //
 // These may be stacked: a perf.data that was compressed, or comes from standard input, goes to a temporary file for perf to
@@ -14,6 +14,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
 class profile_source {
 public:
@@ -40,7 +41,8 @@ private:
     void begin();
 
     std::string name_;
-    std::unique_ptr<unpacker> unpacker_; // outlives file_, which it may be writing to
+    std::vector<std::unique_ptr<unpacker>>
+        unpackers_; // the outermost first; outlive file_, which the last may write to
     std::unique_ptr<perf_data> perf_;
     open_file file_;
     std::string begun_;

@@ -4,10 +4,12 @@
 
 #include <archive.h>
 #include <archive_entry.h>
+#include <zlib.h>
 
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <new>
 #include <system_error>
 #include <unistd.h>
 
@@ -15,11 +17,14 @@ namespace {
 
 using namespace std::string_view_literals;
 
-constexpr std::string_view magics[] = {"\x1f\x8b"sv,
+constexpr std::string_view gzip_magic = "\x1f\x8b"sv;
+constexpr std::string_view magics[] = {gzip_magic,
                                        "\xfd"
                                        "7zXZ\0"sv,
                                        "\x28\xb5\x2f\xfd"sv, "BZh"sv};
 constexpr std::size_t block_size = 256 * 1024;
+constexpr const char* damaged = "ends early or is damaged: ";
+constexpr const char* no_memory = "cannot be unpacked: memory exhausted";
 
 } // namespace
 
@@ -34,6 +39,8 @@ bool is_compressed(std::string_view begun) {
 
 unpacker::unpacker(std::string name, open_file packed, std::string begun, open_file unpacked)
     : name_(std::move(name)), packed_(std::move(packed)), buffer_(std::move(begun)), unpacked_(std::move(unpacked)) {
+    buffer_.reserve(block_size); // so that the thread does not run out of memory on the way through libarchive,
+    error_.reserve(200);         // and can say that it did elsewhere
     try {
         thread_ = std::thread([this] { run(); });
     } catch (const std::system_error& error) {
@@ -77,21 +84,76 @@ void unpacker::run() {
     sigemptyset(&pipe_signal);
     sigaddset(&pipe_signal, SIGPIPE);
     pthread_sigmask(SIG_BLOCK, &pipe_signal, nullptr);
-    archive* const reader = archive_read_new();
-    if (reader == nullptr) {
-        error_ = "cannot be unpacked: memory exhausted";
-    } else {
-        unpack(reader);
-        archive_read_free(reader);
+    try {
+        unpack();
+    } catch (const std::bad_alloc&) {
+        error_ = no_memory;
     }
     unpacked_.close();
+    packed_.close(); // so that whatever writes to it ends, too
 }
 
-void unpacker::unpack(archive* reader) {
+void unpacker::unpack() {
+    if (buffer_.starts_with(gzip_magic)) {
+        z_stream stream{};
+        constexpr int gzip_window = 15 + 16; // bits of the largest window; the header and the checksum are gzip's
+        if (inflateInit2(&stream, gzip_window) == Z_OK) {
+            unpack_gzip(stream);
+            inflateEnd(&stream);
+        } else {
+            error_ = no_memory;
+        }
+    } else if (archive* const reader = archive_read_new()) {
+        unpack_other(reader);
+        archive_read_free(reader);
+    } else {
+        error_ = no_memory;
+    }
+}
+
+// Members may follow each other, and zeros the last one.
+void unpacker::unpack_gzip(z_stream& stream) {
+    std::string unpacked(block_size, '\0');
+    for (int result = Z_OK;;) {
+        const void* bytes = nullptr;
+        const long count = read_packed(*this, &bytes);
+        if (count < 0) {
+            error_ = std::string("cannot be read: ") + std::strerror(errno);
+            return;
+        }
+        if (count == 0) {
+            error_ = result == Z_STREAM_END ? "" : std::string(damaged) + "the last bytes are missing";
+            return;
+        }
+        stream.next_in = const_cast<Bytef*>(static_cast<const Bytef*>(bytes)); // inflate changes none
+        stream.avail_in = static_cast<uInt>(count);
+        do {
+            if (result == Z_STREAM_END && *stream.next_in == 0) {
+                ++stream.next_in;
+                --stream.avail_in;
+                continue;
+            }
+            if (result == Z_STREAM_END) {
+                inflateReset(&stream);
+            }
+            stream.next_out = reinterpret_cast<Bytef*>(unpacked.data());
+            stream.avail_out = static_cast<uInt>(unpacked.size());
+            result = inflate(&stream, Z_NO_FLUSH);
+            if (result != Z_OK && result != Z_STREAM_END && result != Z_BUF_ERROR) {
+                error_ = std::string(damaged) + (stream.msg == nullptr ? "unpacking failed" : stream.msg);
+                return;
+            }
+            if (!write_all(unpacked_.get(), {unpacked.data(), unpacked.size() - stream.avail_out})) {
+                return; // nobody reads any more
+            }
+        } while (stream.avail_in != 0 || (result != Z_STREAM_END && stream.avail_out == 0));
+    }
+}
+
+void unpacker::unpack_other(archive* reader) {
     const auto read_own = [](archive*, void* own, const void** bytes) -> la_ssize_t {
         return read_packed(*static_cast<unpacker*>(own), bytes);
     };
-    archive_read_support_filter_gzip(reader);
     archive_read_support_filter_xz(reader);
     archive_read_support_filter_zstd(reader);
     archive_read_support_filter_bzip2(reader);
@@ -101,7 +163,7 @@ void unpacker::unpack(archive* reader) {
     int result = archive_read_open(reader, this, nullptr, read_own, nullptr);
     result = result == ARCHIVE_OK ? archive_read_next_header(reader, &entry) : result;
     if (result == ARCHIVE_OK && archive_filter_code(reader, 0) == ARCHIVE_FILTER_NONE) {
-        error_ = "ends early or is damaged: the header of a compressed file is not whole";
+        error_ = std::string(damaged) + "the header of a compressed file is not whole";
         return;
     }
     while (result == ARCHIVE_OK) {
@@ -115,6 +177,6 @@ void unpacker::unpack(archive* reader) {
     }
     if (result != ARCHIVE_EOF) {
         const char* const why = archive_error_string(reader);
-        error_ = std::string("ends early or is damaged: ") + (why == nullptr ? "unpacking failed" : why);
+        error_ = std::string(damaged) + (why == nullptr ? "unpacking failed" : why);
     }
 }

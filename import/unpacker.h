@@ -1,5 +1,5 @@
-// Compressed bytes, unpacked by libarchive in a thread of its own, from which they come through a pipe: so a file is unpacked
-// while its format is read.
+// Compressed bytes, unpacked in a thread of its own, from which they come through a pipe: so a file is unpacked while its
+// format is read. zlib unpacks gzip, whose checksum libarchive does not look at, and libarchive all else.
 #pragma once
 
 #include "import/open_file.h"
@@ -9,6 +9,7 @@
 #include <thread>
 
 struct archive;
+struct z_stream_s;
 
 /// Whether a file that begins like this is compressed by gzip, xz, zstd or bzip2.
 bool is_compressed(std::string_view begun);
@@ -24,7 +25,9 @@ public:
 
 private:
     void run();
-    void unpack(archive* reader);
+    void unpack();
+    void unpack_gzip(z_stream_s& stream);
+    void unpack_other(archive* reader);
     friend long read_packed(unpacker& own, const void** bytes);
 
     std::string name_;

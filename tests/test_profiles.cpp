@@ -65,6 +65,15 @@ TEST_F(Profiles, CompressedOnesAreReadByContent) {
                   "1\n1\n1\n")
             << program;
     }
+    EXPECT_EQ(
+        folder
+            .run(R"(gzip -c p >c; (cat c; head -c 999 /dev/zero) >zeros; ordwell-import --quiet zeros | cmp - expected
+        gzip -c c | xz | ordwell-import --quiet - | cmp - expected; gzip -c c | gzip | gzip >again; ordwell-import again 2>&1
+        (cat c; echo more) >more; (head -c -8 c; tail -c 8 p) >sum; for f in more sum; do ordwell-import -o old $f 2>&1; done; ls old)")
+            .out,
+        "ordwell-import: again: compressed again and again: unpack it\nordwell-import: more: ends early or is damaged: "
+        "incorrect header check\n"
+        "ordwell-import: sum: ends early or is damaged: incorrect data check\n");
 }
 
 // perf.data is what perf script prints of it, however it comes; what was cut off is never read.
@@ -82,11 +91,12 @@ TEST_F(Profiles, PerfData) {
     if (folder.run("perf record -q -F 1000 -e cpu-clock -g -o d ./b").status != 0) {
         GTEST_SKIP() << "no perf, or not allowed";
     }
+    // A profile is collected from another user.
     const outcome counted = folder.run(
         "perf script -i d -F ip,sym | awk -v RS= '$2 == \"leaf\" && $4 == \"middle\" { ++n } END { print n + 0 }'");
     ASSERT_NE(counted.out, "0\n");
     folder.run("gzip -c d >d.gz; perf record -q -F 1000 -e cpu-clock -g -o - ./b >piped; perf record -q -F 1000 -e "
-               "cpu-clock -o flat ./b");
+               "cpu-clock -o flat ./b; perf record -q -e cpu-clock -g --threads -o threads ./b; chown 12345 d");
     for (const char* const profile : {"d", "- <d", "d.gz", "- <d.gz"}) {
         const outcome ran = folder.run("ordwell-import --quiet --binary=b "s + profile + " | grep middle,leaf");
         EXPECT_EQ(ran.out, "middle,leaf," + counted.out) << profile << ran.err;
@@ -110,6 +120,9 @@ TEST_F(Profiles, PerfData) {
         EXPECT_NE(failing("--binary=b cut").find("cut: cut off: perf.data is shorter than its header says"),
                   std::string::npos)
             << cut;
+    }
+    for (const char* const part : {"threads", "threads/data"}) {
+        EXPECT_NE(failing("--binary=b "s + part).find("what perf script prints of"), std::string::npos);
     }
     EXPECT_NE(
         folder.run("PATH=$(dirname $(which ordwell-import)) ordwell-import d").err.find("perf script -f --no-demangle"),
@@ -140,8 +153,13 @@ TEST_F(Profiles, BranchesWithoutSymbols) {
     };
     const unsigned long long one = 0x550000000000;
     const unsigned long long two = 0x560000000000;
-    folder.write("p", mapped("7", one) + mapped("8", two) + sample("7", one) + sample("8", two) + sample("", two));
+    folder.write("p", mapped("7", one) + mapped("8", two) + "      7             1000\n" + sample("7", one) +
+                          sample("8", two) + sample("", two));
     EXPECT_EQ(folder.run("ordwell-import --quiet --binary=app p").out, header + "main,leaf,3\n");
+    for (const char* const cut : {"-c -20", "-c -55", "-c -65", "-c -95"}) { // in each part of the last line
+        folder.run("head "s + cut + " p >cut");
+        EXPECT_NE(failing("--binary=app cut").find("cut off"), std::string::npos) << cut;
+    }
     EXPECT_NE(failing("p").find("branches without symbols: name the program with --binary"), std::string::npos);
     folder.write("p", sample("", one));
     EXPECT_NE(failing("--binary=app p").find("--show-mmap-events -F ip,brstack"), std::string::npos);
