@@ -1,20 +1,32 @@
 // "names": functions in the order in which they were first executed, one a line, as a tracer, an emulator or hooks of
 // -finstrument-functions can tell. There are no calls, so each function gets a row to itself. Any text is such a list, so it
-// is read where it is asked for only.
+// is read where it is asked for only; other formats and data that is no text are refused then.
 #include "import/profile_format.h"
 
 #include <boost/unordered/unordered_flat_set.hpp>
+
+#include <algorithm>
+#include <string>
 
 bool is_names(std::string_view /*head*/) {
     return false;
 }
 
 void read_names(profile_input& profile, call_table& calls) {
+    for (const profile_format& other : profile_formats()) {
+        if (other.recognises(profile.head())) {
+            profile.fail("no list of names, but of the format " + std::string(other.name) +
+                         ": leave out --format=names");
+        }
+    }
     boost::unordered_flat_set<call_table::function> known;
     for (std::string_view line; profile.next_line(line);) {
         line.remove_suffix(line.ends_with('\r') ? 1 : 0);
         if (line.empty()) {
             continue;
+        }
+        if (std::any_of(line.begin(), line.end(), [](char c) { return static_cast<unsigned char>(c) < ' '; })) {
+            profile.fail("a control character: a list of names is text, one a line");
         }
         const call_table::function f = calls.named(line);
         calls.note_first_run(f);

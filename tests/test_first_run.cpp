@@ -51,6 +51,10 @@ TEST_F(FirstRun, ByHand) {
     folder.write("names", "k\r\nf\n\nnew\nf");
     EXPECT_EQ(order_of("--format=names -o rows names"), "k f new ");
     EXPECT_EQ(folder.read("rows"), "\"caller\",\"callee\",\"weight\"\nk,k,1\nf,f,1\nnew,new,1\n");
+    folder.write("q", "f\n\177ELF\2\n");
+    EXPECT_TRUE(order_of("--format=names q").starts_with("ordwell-import: q:2: a control character"));
+    EXPECT_TRUE(
+        order_of("--format=names p").starts_with("ordwell-import: p: no list of names, but of the format callgrind"));
     for (const auto& [format, profile] : {std::pair{"stacks", "a;b 1\n"},
                                           {"pairs", "a b 1\n"},
                                           {"fdata", "1 a 1 1 b 0 0 1\n"},
