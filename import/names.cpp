@@ -2,6 +2,7 @@
 // -finstrument-functions can tell. There are no calls, so each function gets a row to itself. Any text is such a list, so it
 // is read where it is asked for only; other formats and data that is no text are refused then.
 #include "import/profile_format.h"
+#include "support/failure.h"
 
 #include <boost/unordered/unordered_flat_set.hpp>
 
@@ -15,8 +16,8 @@ bool is_names(std::string_view /*head*/) {
 void read_names(profile_input& profile, call_table& calls) {
     for (const profile_format& other : profile_formats()) {
         if (other.recognises(profile.head())) {
-            profile.fail("no list of names, but of the format " + std::string(other.name) +
-                         ": leave out --format=names");
+            throw failure(profile.name(), "no list of names, but of the format " + std::string(other.name) +
+                                              ": leave out --format=names");
         }
     }
     boost::unordered_flat_set<call_table::function> known;
