@@ -8,6 +8,7 @@
 // Addresses are all that it knows: the map tells which byte of which file each is.
 #include "import/profile_format.h"
 #include "support/failure.h"
+#include "support/seeded_hash.h"
 
 #include <boost/unordered/unordered_flat_map.hpp>
 
@@ -157,7 +158,7 @@ private:
     profile_input& profile_;
     call_table& calls_;
     std::map<std::uint64_t, mapping> mappings_;
-    boost::unordered_flat_map<std::uint64_t, call_table::function> numbers_; ///< by address
+    boost::unordered_flat_map<std::uint64_t, call_table::function, number_hash> numbers_; ///< by address
 };
 
 } // namespace

@@ -10,6 +10,7 @@
 // location the last line counts, the function that runs. One without lines or without a name goes by its address.
 #include "import/profile_format.h"
 #include "support/failure.h"
+#include "support/seeded_hash.h"
 
 #include <boost/unordered/unordered_flat_map.hpp>
 #include <protozero/pbf_message.hpp>
@@ -77,6 +78,7 @@ private:
         bool has_addresses = false; ///< of the binary
     };
     struct location {
+        std::uint64_t id = 0;
         std::uint64_t mapping = 0; ///< IDs, 0: none
         std::uint64_t address = 0;
         std::uint64_t function = 0; ///< of the last line
@@ -88,7 +90,7 @@ private:
     };
     static constexpr call_table::function unlisted = no_index; ///< no location has this ID
     template <typename T>
-    using by_id = boost::unordered_flat_map<std::uint64_t, T>;
+    using by_id = boost::unordered_flat_map<std::uint64_t, T, number_hash>;
 
     void read_tables() {
         message<profile_field> profile(bytes_);
@@ -150,7 +152,6 @@ private:
 
     void read_location(message<location_field> bytes) {
         location read;
-        std::uint64_t id = 0;
         while (bytes.next()) {
             if (bytes.tag() == location_field::line) {
                 expect(bytes, protozero::pbf_wire_type::length_delimited);
@@ -161,12 +162,14 @@ private:
                 }
                 continue;
             }
-            take(bytes, bytes.tag() == location_field::id           ? &id
+            take(bytes, bytes.tag() == location_field::id           ? &read.id
                         : bytes.tag() == location_field::mapping_id ? &read.mapping
                         : bytes.tag() == location_field::address    ? &read.address
                                                                     : nullptr);
         }
-        locations_.emplace(id, read);
+        if (places_.emplace(read.id, locations_.size()).second) {
+            locations_.push_back(read);
+        }
     }
 
     void read_function(message<function_field> bytes) {
@@ -228,10 +231,10 @@ private:
 
     void resolve_locations() {
         numbers_.assign(2 * locations_.size(), unlisted);
-        for (auto& [id, l] : locations_) {
+        for (location& l : locations_) {
             l.number = number_of(l);
-            if (id < numbers_.size()) {
-                numbers_[static_cast<std::size_t>(id)] = l.number;
+            if (l.id < numbers_.size()) {
+                numbers_[static_cast<std::size_t>(l.id)] = l.number;
             }
         }
     }
@@ -334,11 +337,11 @@ private:
             chain_.push_back(numbers_[static_cast<std::size_t>(id)]);
             return;
         }
-        const auto found = locations_.find(id);
-        if (found == locations_.end()) {
+        const auto found = places_.find(id);
+        if (found == places_.end()) {
             throw failure(profile_.name(), "damaged or cut off: a location is not in the table");
         }
-        chain_.push_back(found->second.number);
+        chain_.push_back(locations_[found->second].number);
     }
 
     profile_input& profile_;
@@ -348,7 +351,8 @@ private:
     std::vector<std::uint64_t> value_types_; ///< places of their names
     std::uint64_t default_type_ = 0;         ///< the same; 0: none
     by_id<mapping> mappings_;
-    by_id<location> locations_;
+    std::vector<location> locations_;
+    by_id<std::size_t> places_;                 ///< in locations_
     std::vector<call_table::function> numbers_; ///< of locations with small IDs, as most have, by ID
     by_id<function_names> functions_;
     std::size_t value_ = 0;                   ///< which of a sample's values counts

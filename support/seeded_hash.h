@@ -12,6 +12,7 @@
 // names of 30 bytes four multiplications.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <string_view>
@@ -69,3 +70,12 @@ inline std::uint32_t hash_of_pair(std::uint32_t a, std::uint32_t b) {
     const std::uint64_t hash = folded_product(key ^ secret.start, secret.factor);
     return static_cast<std::uint32_t>(hash ^ hash >> 32U);
 }
+
+/// The hash of a number, for tables whose keys come from a file.
+struct number_hash {
+    using is_avalanching = void; // to Boost: all bits of the hash depend on all bits of the number
+    std::size_t operator()(std::uint64_t number) const {
+        const hash_secret& secret = hash_secret::of_this_run();
+        return static_cast<std::size_t>(folded_product(number ^ secret.start, secret.factor));
+    }
+};
