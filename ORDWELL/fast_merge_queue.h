@@ -12,6 +12,7 @@
 #pragma once
 
 #include "ORDWELL/call_profile.h"
+#include "support/huge_pages.h"
 
 #include <algorithm>
 #include <bit>
@@ -147,10 +148,10 @@ private:
     }
 
     std::vector<std::uint32_t> first_ends_;         ///< where the buckets of the edges at the start end in first_
-    std::vector<std::uint32_t> first_;              ///< numbers of these, those gone or heavier now included
+    huge_vector<std::uint32_t> first_;              ///< numbers of these, those gone or heavier now included
     std::vector<std::vector<std::uint32_t>> added_; ///< numbers of edges that came into a bucket since
     std::size_t open_bucket_ = bucket_count;        ///< the bucket being worked off; lower ones wait
-    std::vector<queue_entry> run_;                  ///< what is left of it, the next edge at the back
+    huge_vector<queue_entry> run_;                  ///< what is left of it, the next edge at the back
     std::priority_queue<queue_entry> heap_;         ///< added since, and not of a lower bucket
     bool has_advanced_ = false;
     std::uint64_t work_ = 0;
