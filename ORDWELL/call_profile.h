@@ -112,7 +112,8 @@ private:
     /// Indexes the pairs of the edges anew, with room for so many.
     void index_pairs(std::size_t room);
 
-    std::pmr::monotonic_buffer_resource name_bytes_; ///< owns the bytes of all names
+    huge_page_resource name_pages_;                                ///< where these bytes come from
+    std::pmr::monotonic_buffer_resource name_bytes_{&name_pages_}; ///< owns the bytes of all names
     huge_vector<std::string_view> names_;
     hash_index name_index_;
     huge_vector<call_edge> edges_;

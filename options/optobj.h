@@ -27,6 +27,8 @@
 
 class option_obj {
 public:
+    // What the tables say: options, their classes, arguments, choices and texts.
+
     /// Options in the alphabetical order of their main spellings; 8 ends lists of identifiers.
     enum option_id : int {
         opt_buffer_diagnostics = 0,
@@ -91,6 +93,8 @@ public:
         const oneof_item* oneof_items = nullptr;   ///< the choices of a one-of option, else null
         std::int32_t help_rank = 0;                ///< sort key within the category, high first
     };
+
+    // What goes in and comes out: arguments, exported options, tools, policies of merging.
 
     /// A recorded argument, both ways.
     struct hist_argument {
@@ -167,6 +171,8 @@ public:
 
     // Queries.
 
+    /// Settings since the last clear.
+    int state_of(option_id id) const { return is_option(id) ? state[static_cast<std::size_t>(id)] : 0; }
     unsigned int getargcount(option_id id) const;
     /// Argument `index`, counted from 0, as text or as number; null or 0 when there is none. A text made from a number
     /// stays valid for 14 further such calls.
@@ -277,6 +283,8 @@ public:
     void do_merge_conflicts(option_id id, option_obj& other);
     static unsigned int merge_policy_main_calls; ///< calls of merge_policy_main() in this process
 
+    // What the program around it provides.
+
     static const char* executable_name; ///< the program's name as invoked, for the usage
     static const char* (*next_arg)();   ///< the next command-line argument, consumed, or null
     static void (*print_banner)(FILE*); ///< writes the tool's banner line
@@ -285,6 +293,7 @@ protected:
     using option_table = std::array<std::array<unsigned char, option_count>, option_count>;
 
     // The tables (options/optobj_tables.cpp).
+
     static std::array<std::int32_t, option_count> parm_type;
     static std::array<option_definition, option_count + 1> option_definitions;
     static std::array<const char*, option_count> enum_to_enumtxt;
@@ -299,6 +308,8 @@ protected:
     static const std::map<std::string, tool_name>& tool_cmd_map;
     static const std::map<tool_name, option_id>& tn_fileopt_map;
     static const char* const file_option_label;
+
+    // Settings and arguments (options/optobj.cpp, options/optobj_values.cpp).
 
     /// Stored arguments: strings for the types that hold text, numbers for the others. Elements never move, so that
     /// borrowed texts stay valid while others are added.
@@ -326,7 +337,8 @@ protected:
     const char* argument_text(option_id id, unsigned int index, number_buffer& number) const;
     [[noreturn]] void report_missing_parameter(option_id id, const char* param_name, unsigned int source_line) const;
 
-    // Matcher nodes: see options/optobj_match.cpp.
+    // Matcher nodes, named after what they have matched (options/optobj_match.cpp).
+
     const char* process_o_option(const char* rest);
     const char* process_p_option(const char* rest);
     const char* process_pd_option(const char* rest);
@@ -352,11 +364,15 @@ protected:
     const char* set_diag_wrap(const char* value);
     const char* set_preferred_order_file(const char* value, unsigned char spelling_form);
 
+    // Export and merging (options/optobj_history.cpp, options/optobj_merge.cpp).
+
     bool is_selected(option_id id, export_option_list_type kind, class_id members) const;
     bool is_set(option_id id) const { return state[static_cast<std::size_t>(id)] != 0; }
     void take_setting(option_id id, const option_obj& other, int index);
     void check_same_arguments(option_id id, const option_obj& other, unsigned int source_line) const;
     void merge_extreme(option_id id, option_obj& other, bool want_greater);
+
+    // The settings. The arrays are by option.
 
     bool trace = false;                                     ///< trace settings on standard output
     std::array<std::int32_t, option_count> state{};         ///< settings since the last clear
@@ -368,8 +384,4 @@ protected:
     const char* current_file = "<internal>";                ///< where this option set comes from; not owned
     std::list<std::pair<option_id, hist_argument>> history; ///< settings, oldest first
     bool merging = false;                                   ///< while option sets are merged: no conflict checks
-
-public:
-    /// How often the option is set; the driver asks for the order file's.
-    int state_of(option_id id) const { return is_option(id) ? state[static_cast<std::size_t>(id)] : 0; }
 };

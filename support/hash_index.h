@@ -2,11 +2,20 @@
 //
 // What a number stands for, say an edge in an array, and so whether it is the wanted one, is known to the user of the
 // index alone. A look-up should wait for memory twice, for the index and for the thing itself. So a bucket is one
-// cache line: up to 12 numbers, each with a tag, 8 bits of its hash. Only where the tag fits is the thing looked at,
-// in vain by one look-up of thirty. What finds its bucket full goes into the next one, and the bucket is marked.
+// cache line: up to 12 numbers, each with a tag, 8 bits of its hash. Only where the tag fits is the thing looked at.
+// What finds its bucket full goes into the next one, and the bucket is marked.
 //
-// There is room for 9 numbers a bucket on average; then one bucket of eight is full. That is 7 bytes a number, and the
-// number of buckets is any, so the index is found in the caches more often than a table of hashes and numbers.
+// There is room for 9 numbers a bucket on average, which is 7 bytes a number. Measured on 9,000,000 random hashes, in a
+// full index and in one that is filled to a half:
+//
+//                                                 full           half full
+//     things looked at in vain, by a look-up
+//       of what is there                          1 of 51        1 of 114
+//       of what is not                            1 of 21        1 of 55
+//     buckets that are marked                     1 of 6         1 of 1200
+//     buckets visited for what is not there       1.29           1.00
+//
+// The number of buckets is any, so the index is found in the caches more often than a table of hashes and numbers.
 #pragma once
 
 #include "support/huge_pages.h"

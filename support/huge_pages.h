@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <memory_resource>
 #include <new>
 #include <sys/mman.h>
 #include <vector>
@@ -45,3 +46,17 @@ private:
 /// A vector on huge pages.
 template <typename T>
 using huge_vector = std::vector<T, huge_page_allocator<T>>;
+
+/// Huge pages for what grows in pieces, as a std::pmr::monotonic_buffer_resource does.
+class huge_page_resource : public std::pmr::memory_resource {
+    void* do_allocate(std::size_t bytes, std::size_t) override { return pages_.allocate(blocks_for(bytes)); }
+    void do_deallocate(void* block, std::size_t bytes, std::size_t) override {
+        pages_.deallocate(static_cast<std::max_align_t*>(block), blocks_for(bytes));
+    }
+    bool do_is_equal(const memory_resource& other) const noexcept override { return this == &other; }
+
+    static std::size_t blocks_for(std::size_t bytes) {
+        return (bytes + sizeof(std::max_align_t) - 1) / sizeof(std::max_align_t);
+    }
+    huge_page_allocator<std::max_align_t> pages_;
+};

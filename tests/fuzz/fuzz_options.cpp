@@ -2,7 +2,7 @@
 //
 // exit() is replaced (by the linker) with a jump back here, so that the many ways in which an option ends the process
 // can be tried in one. What an accepted list leaves behind must survive its own export: applying the exported options
-// to a fresh object gives the same export. The arguments are also searched for in the help.
+// to a fresh object gives the same export. The last argument is also searched for in the help.
 #include "DIAG/diag.h"
 #include "options/optobj.h"
 #include "tests/fuzz/fuzz.h"
@@ -52,10 +52,8 @@ void check() {
         require(again->process_option(text.c_str() + 1, nullptr) == 1, "an exported option is accepted");
     }
     require(set_options(*again) == exported, "an exported option has the same effect");
-    for (const std::string& argument : arguments) {
-        if (!argument.empty()) {
-            option_obj::display_option_help(argument.c_str(), 1);
-        }
+    if (!arguments.back().empty()) {
+        option_obj::display_option_help(arguments.back().c_str(), 1);
     }
 }
 
@@ -81,7 +79,7 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
     silence(DIAGNOSTIC::fp_m);
     silence(stdout);
     option_obj::next_arg = next_argument;
-    DIAGNOSTIC::error_count_m = 0;
+    reset_process();
     arguments.assign(1, {});
     for (const char c : std::string_view(reinterpret_cast<const char*>(data), size)) {
         if (c == '\0') {
