@@ -4,9 +4,15 @@
 extern "C" int part_work(int);
 extern "C" int shared_work(int);
 
-static int never(int a) { return part_work(a) - 7; }
-static int last(int a) { return a * 7; }
-static int often(int a) { return part_work(a) + last(a); }
+static int never(int a) {
+    return part_work(a) - 7;
+}
+static int last(int a) {
+    return a * 7;
+}
+static int often(int a) {
+    return part_work(a) + last(a);
+}
 
 int main(int argc, char**) {
     int sum = argc > 9 ? never(argc) : shared_work(20);
