@@ -185,7 +185,7 @@ private:
             return;
         }
         needs_frame_ = is_lone_number_ || (!head.ends_with_event && !has_time);
-        is_whole_ = head.ends_with_event || !has_event_heads_;
+        is_whole_ = is_lone_number_ ? profile_.has_line_feed() : head.ends_with_event || !has_event_heads_;
         has_event_heads_ |= head.ends_with_event;
     }
 
@@ -225,12 +225,13 @@ private:
         read_branches(rest);
     }
 
-    // Where a line was no head by itself, a frame has to follow.
+    // Where a line was no head by itself, a frame has to follow. A number without one was an address.
     void expect_frame(bool is_there) {
         if (needs_frame_ && !is_there) {
-            profile_.fail(is_lone_number_
-                              ? std::string("the field sym is missing: ") + advice
-                              : std::string("no line of perf script before it, or the field ip is missing: ") + advice);
+            if (!is_lone_number_) {
+                profile_.fail(std::string("no line of perf script before it, or the field ip is missing: ") + advice);
+            }
+            has_bare_addresses_ = has_frames_ = true;
         }
         needs_frame_ = false;
     }
