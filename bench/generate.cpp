@@ -6,7 +6,7 @@
 //   generate FUNCTIONS ROWS shuffled > graph.csv   its own input with the rows in random order
 //   generate FUNCTIONS ROWS asm    > functions.s   one section a function, so that a linker has
 //                                                  something to order
-//   generate FUNCTIONS ROWS callgrind|perf|stacks  the same calls as profilers tell them, for ordwell-import;
+//   generate FUNCTIONS ROWS callgrind|perf|stacks|fdata|pprof  the same calls as profilers tell them, for ordwell-import;
 //                                                  some ten cost lines a call, as real files have
 //
 // The shape follows real programs: functions live in modules of 200; 60% of the calls stay inside the
@@ -111,6 +111,8 @@ void write_calls(std::uint64_t functions, const std::vector<call>& calls, const 
             std::printf("%s %s %llu\n", caller.c_str(), callee.c_str(), count);
         } else if (form == "stacks") {
             std::printf("main;%s;%s %llu\n", caller.c_str(), callee.c_str(), count);
+        } else if (form == "fdata") {
+            std::printf("1 %s 3fb 1 %s 0 0 %llu\n", caller.c_str(), callee.c_str(), count);
         } else if (form == "perf") {
             std::printf("app 10606  1570.842829:     250000 cpu-clock: \n\t            1253 %s+0x3 (/usr/bin/app)\n"
                         "\t            12b2 %s+0x22 (/usr/bin/app)\n\n",
@@ -130,15 +132,48 @@ void write_calls(std::uint64_t functions, const std::vector<call>& calls, const 
     }
 }
 
+// Fields of a message of profile.proto: a number, and bytes.
+std::string number_field(unsigned int field, std::uint64_t value) {
+    std::string bytes(1, static_cast<char>(field << 3U));
+    for (; value > 127; value >>= 7U) {
+        bytes += static_cast<char>((value & 127U) | 128U);
+    }
+    return bytes += static_cast<char>(value);
+}
+std::string bytes_field(unsigned int field, const std::string& content) {
+    std::string bytes = number_field(field, content.size()) + content;
+    bytes[0] = static_cast<char>(field << 3U | 2U);
+    return bytes;
+}
+
+// A sample a call; function, location and name of a function have its number plus one.
+void write_pprof(std::uint64_t functions, const std::vector<call>& calls) {
+    const auto write = [](const std::string& bytes) { std::fwrite(bytes.data(), 1, bytes.size(), stdout); };
+    write(bytes_field(1, number_field(1, functions + 1) + number_field(2, functions + 1)));
+    for (const call& c : calls) {
+        write(bytes_field(2, number_field(1, c.callee + 1) + number_field(1, c.caller + 1) + number_field(2, c.count)));
+    }
+    for (std::uint64_t f = 1; f <= functions; ++f) {
+        write(bytes_field(4, number_field(1, f) + bytes_field(4, number_field(1, f))));
+        write(bytes_field(5, number_field(1, f) + number_field(2, f) + number_field(3, f)));
+    }
+    write(bytes_field(6, ""));
+    for (std::uint64_t f = 0; f < functions; ++f) {
+        write(bytes_field(6, function_name(f)));
+    }
+    write(bytes_field(6, "samples"));
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
     const std::uint64_t functions = argc > 1 ? std::strtoull(argv[1], nullptr, 10) : 0;
     const std::uint64_t rows = argc > 2 ? std::strtoull(argv[2], nullptr, 10) : 0;
     const std::string form = argc > 3 ? argv[3] : "";
-    const std::string forms = " csv shuffled pairs asm callgrind perf stacks ";
+    const std::string forms = " csv shuffled pairs asm callgrind perf stacks fdata pprof ";
     if (functions == 0 || rows == 0 || form.empty() || forms.find(" " + form + " ") == std::string::npos) {
-        std::fprintf(stderr, "usage: %s FUNCTIONS ROWS csv|shuffled|pairs|asm|callgrind|perf|stacks\n", argv[0]);
+        std::fprintf(stderr, "usage: %s FUNCTIONS ROWS csv|shuffled|pairs|asm|callgrind|perf|stacks|fdata|pprof\n",
+                     argv[0]);
         return 2;
     }
     if (form == "asm") {
@@ -149,7 +184,11 @@ int main(int argc, char** argv) {
             random_source random(2);
             shuffle(calls, random);
         }
-        write_calls(functions, calls, form);
+        if (form == "pprof") {
+            write_pprof(functions, calls);
+        } else {
+            write_calls(functions, calls, form);
+        }
     }
     return std::fflush(stdout) == 0 ? 0 : 1;
 }
