@@ -15,7 +15,6 @@
 #include "support/huge_pages.h"
 
 #include <algorithm>
-#include <array>
 #include <bit>
 #include <compare>
 #include <cstdint>
@@ -46,19 +45,14 @@ struct queue_entry {
 class edge_queue {
 public:
     /// Starts with these edges, numbered by their order.
-    explicit edge_queue(std::span<const call_edge> edges) : first_ends_(bucket_count), first_(edges.size()) {
+    explicit edge_queue(std::span<const call_edge> edges)
+        : first_ends_(bucket_count), first_(edges.size()), added_(bucket_count) {
         for (const call_edge& e : edges) {
-            const std::size_t bucket = bucket_of(e.weight);
-            ++first_ends_[bucket];
-            open_bucket_ = std::max(open_bucket_, bucket + 1);
+            ++first_ends_[bucket_of(e.weight)];
         }
-        added_.resize(open_bucket_);
         std::uint32_t end = 0;
-        for (std::size_t bucket = 0; bucket < open_bucket_; ++bucket) { // for now, where each begins
-            if (const std::uint32_t count = std::exchange(first_ends_[bucket], end); count != 0) {
-                end += count;
-                occupy(bucket);
-            }
+        for (std::uint32_t& bucket : first_ends_) { // for now, where each begins
+            end += std::exchange(bucket, end);
         }
         for (std::uint32_t number = 0; number < edges.size(); ++number) {
             first_[first_ends_[bucket_of(edges[number].weight)]++] = number;
@@ -73,7 +67,6 @@ public:
         const std::size_t bucket = bucket_of(weight);
         if (bucket < open_bucket_) {
             added_[bucket].push_back(number);
-            occupy(bucket);
             return false;
         }
         heap_.push({weight, number, present_place()});
@@ -127,25 +120,12 @@ private:
         return std::size_t{shift} * 256 + (weight >> shift);
     }
 
-    void occupy(std::size_t bucket) { occupied_[bucket / 64] |= std::uint64_t{1} << bucket % 64; }
-
-    // Makes the highest bucket that has entries the open one, and it counts as empty; false when there is none.
-    bool open_highest_bucket() {
-        for (std::size_t word = std::min(open_bucket_ / 64 + 1, occupied_.size()); word-- > 0;) {
-            if (occupied_[word] != 0) {
-                open_bucket_ = word * 64 + static_cast<std::size_t>(std::bit_width(occupied_[word])) - 1;
-                occupied_[word] ^= std::uint64_t{1} << open_bucket_ % 64;
-                return true;
-            }
-        }
-        return false;
-    }
-
     // Takes the next bucket that is not empty to be worked off; false when there is none.
     template <typename Present, typename Prefetch>
     bool open_next_bucket(Present present, Prefetch prefetch) {
         constexpr std::size_t distance = 16; // edges between prefetch and use
-        while (run_.empty() && open_highest_bucket()) {
+        while (run_.empty() && open_bucket_ > 0) {
+            --open_bucket_;
             const std::size_t begin = open_bucket_ == 0 ? 0 : first_ends_[open_bucket_ - 1];
             const std::vector<std::uint32_t> added = std::move(added_[open_bucket_]);
             for (const std::span<const std::uint32_t> numbers :
@@ -170,10 +150,9 @@ private:
     std::vector<std::uint32_t> first_ends_;         ///< where the buckets of the edges at the start end in first_
     huge_vector<std::uint32_t> first_;              ///< numbers of these, those gone or heavier now included
     std::vector<std::vector<std::uint32_t>> added_; ///< numbers of edges that came into a bucket since
-    std::array<std::uint64_t, bucket_count / 64> occupied_ = {}; ///< a bit for each bucket that waits and has entries
-    std::size_t open_bucket_ = 0;  ///< the bucket being worked off, at first the one above all; lower ones wait
-    huge_vector<queue_entry> run_; ///< what is left of it, the next edge at the back
-    std::priority_queue<queue_entry> heap_; ///< added since, and not of a lower bucket
+    std::size_t open_bucket_ = bucket_count;        ///< the bucket being worked off; lower ones wait
+    huge_vector<queue_entry> run_;                  ///< what is left of it, the next edge at the back
+    std::priority_queue<queue_entry> heap_;         ///< added since, and not of a lower bucket
     bool has_advanced_ = false;
     std::uint64_t work_ = 0;
 };
