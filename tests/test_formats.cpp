@@ -65,12 +65,12 @@ TEST_F(Formats, PprofByHand) {
     for (const std::string& s : strings) {
         tables += field(6, s);
     }
-    const auto function = [](int id, int name, int system_name) {
+    const auto function = [](std::uint64_t id, std::uint64_t name, std::uint64_t system_name) {
         return field(5, field(1, id) + field(2, name) + field(3, system_name));
     };
-    const auto location = [](int id, std::initializer_list<int> functions) {
+    const auto location = [](std::uint64_t id, std::initializer_list<std::uint64_t> functions) {
         std::string lines = field(1, id);
-        for (const int f : functions) {
+        for (const std::uint64_t f : functions) {
             lines += field(4, field(1, f));
         }
         return field(4, lines);
