@@ -60,9 +60,10 @@ TEST(Weighed, FollowsTheFormula) {
     std::mt19937_64 random(20);
     std::map<std::string, cpp_int> sizes;
     std::string assembly;
-    for (int f = 0; f < 14; ++f) {
+    for (unsigned int f = 0; f < 14; ++f) {
         const std::string name = "f" + std::to_string(f);
-        const std::uint64_t size = f < 2 ? f * (UINT64_MAX / 2) : random() >> (f < 8 ? 52U : random() % 64);
+        const std::uint64_t size =
+            f < 2 ? std::uint64_t{f} * (UINT64_MAX / 2) : random() >> (f < 8 ? 52U : random() % 64);
         sizes[name] = size;
         assembly += ".globl " + name + "\n.type " + name + ",@function\n" + name + ":\n.size " + name + "," +
                     std::to_string(size) + "\n";
