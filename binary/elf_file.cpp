@@ -106,8 +106,7 @@ void visit_members(Elf* elf, int file, std::uint64_t size, const std::string& la
                                  : "neither an ELF file nor an archive");
     }
     }
-    // What lies in memory is "mapped": the other command would read a file.
-    for (Elf_Cmd command = file < 0 ? ELF_C_READ_MMAP : ELF_C_READ; command != ELF_C_NULL;) {
+    for (Elf_Cmd command = ELF_C_READ_MMAP; command != ELF_C_NULL;) {
         const elf_handle member(elf_begin(file, command, elf));
         if (member == nullptr) {
             check_memory();
@@ -141,7 +140,10 @@ void visit_file(const std::string& path, int depth, const std::function<void(con
         throw failure(path,
                       S_ISDIR(properties.st_mode) ? std::strerror(EISDIR) : "not a regular file, which it has to be");
     }
-    const elf_handle elf(elf_begin(file, ELF_C_READ, nullptr));
+    elf_handle elf(elf_begin(file, ELF_C_READ, nullptr));
+    if (elf != nullptr && elf_kind(elf.get()) == ELF_K_AR) {
+        elf.reset(elf_begin(file, ELF_C_READ_MMAP, nullptr)); // otherwise libelf never frees its table of long names
+    }
     if (elf == nullptr) {
         throw failure(path, "cannot be read: " + libelf_error());
     }
