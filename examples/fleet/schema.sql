@@ -16,7 +16,7 @@
 --     7c4e..  20261124T0655..03    main    parse   12
 --     7c4e..  20261124T0655..03    parse   next    7
 --
--- A day is a partition: ALTER TABLE ordwell.calls DROP PARTITION '2026-11-24' on each server, then the same of uploads,
+-- A day is a partition: ALTER TABLE ordwell.uploads DROP PARTITION '2026-11-24' on each server, then the same of calls,
 -- ends its keeping.
 
 CREATE DATABASE IF NOT EXISTS ordwell;
