@@ -121,7 +121,9 @@ void visit_members(Elf* elf, int file, std::uint64_t size, const std::string& la
         if (elf_kind(member.get()) == ELF_K_ELF) {
             visit(elf_object(member.get(), member_label, size - static_cast<std::uint64_t>(elf_getbase(member.get()))));
         } else {
-            expect_no_bitcode(raw_bytes(member.get()), member_label);
+            const std::string_view bytes = raw_bytes(member.get());
+            check_memory();
+            expect_no_bitcode(bytes, member_label);
         }
         command = elf_next(member.get());
     }
@@ -181,12 +183,14 @@ elf_object::elf_object(Elf* elf, std::string label, std::uint64_t size) : elf_(e
                : header.e_type == ET_REL                           ? elf_purpose::object
                : header.e_type == ET_CORE                          ? elf_purpose::core
                                                                    : elf_purpose::other;
+    errno = 0;
     for (Elf_Scn* section = nullptr; (section = elf_nextscn(elf_, section)) != nullptr;) {
         GElf_Shdr properties;
         if (gelf_getshdr(section, &properties) != nullptr && properties.sh_type == SHT_SYMTAB) {
             symbol_section_ = section;
         }
     }
+    check_memory();
 }
 
 std::vector<elf_symbol> elf_object::symbols() const {
