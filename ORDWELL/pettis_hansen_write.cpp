@@ -8,6 +8,7 @@
 #include "ORDWELL/call_profile.h"
 #include "ORDWELL/order_file.h"
 #include "ORDWELL/pettis_hansen.h"
+#include "support/write_all.h"
 
 #include <cerrno>
 #include <unistd.h>
@@ -28,18 +29,6 @@ public:
 private:
     std::string line_{order_line_start};
 };
-
-// Whether all bytes were written.
-bool write_all(int file, std::string_view bytes) {
-    while (!bytes.empty()) {
-        const ssize_t count = write(file, bytes.data(), bytes.size());
-        if (count < 0 && errno != EINTR) {
-            return false;
-        }
-        bytes.remove_prefix(count < 0 ? 0 : static_cast<std::size_t>(count));
-    }
-    return true;
-}
 
 } // namespace
 

@@ -198,9 +198,7 @@ private:
     static bool parse_hexadecimal_or_decimal(std::string_view text, std::uint64_t& value) {
         const bool is_hexadecimal = text.starts_with("0x");
         text.remove_prefix(is_hexadecimal ? 2 : 0);
-        const auto [end, error] =
-            std::from_chars(text.data(), text.data() + text.size(), value, is_hexadecimal ? 16 : 10);
-        return error == std::errc() && end == text.data() + text.size();
+        return is_hexadecimal ? parse_hexadecimal(text, value) : parse_count(text, value);
     }
 
     // Lines of the form KEY=VALUE; false for others.

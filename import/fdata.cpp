@@ -13,7 +13,6 @@
 #include "support/failure.h"
 
 #include <algorithm>
-#include <charconv>
 
 namespace {
 
@@ -39,12 +38,6 @@ std::string take_name(std::string_view& line) {
     return name;
 }
 
-bool take_hexadecimal(std::string_view& line, std::uint64_t& value) {
-    const std::string_view word = take_word(line);
-    const auto [end, error] = std::from_chars(word.data(), word.data() + word.size(), value, 16);
-    return error == std::errc() && end == word.data() + word.size();
-}
-
 bool take_place(std::string_view& line, place& taken) {
     const std::string_view kind = take_word(line);
     taken.kind = kind.size() == 1 ? kind.front() : '?';
@@ -52,7 +45,7 @@ bool take_place(std::string_view& line, place& taken) {
         return false;
     }
     taken.name = take_name(line);
-    return take_hexadecimal(line, taken.offset);
+    return parse_hexadecimal(take_word(line), taken.offset);
 }
 
 bool is_memory(const place& p) {

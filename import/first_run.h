@@ -4,8 +4,8 @@
 // when. Inside a part the calls are followed: from functions that no other of the part calls, in depth, callees in the order
 // of the file.
 //
-//     part 1    main -> f, main -> g, f -> h         main f h g
-//     part 2    main -> g, g -> k                    main g k, of which k is new
+//     earlier    main -> f, main -> g, f -> h         main f h g
+//     later      main -> g, g -> k                    main g k, of which k is new
 //
 // Time and memory are proportional to the functions and calls of a part.
 #pragma once

@@ -12,7 +12,6 @@
 
 #include <boost/unordered/unordered_flat_map.hpp>
 
-#include <charconv>
 #include <map>
 #include <optional>
 #include <vector>
@@ -111,11 +110,6 @@ private:
         if (mappings_.empty()) {
             throw failure(profile_.name(), "cut off: the map of what was loaded where is missing");
         }
-    }
-
-    static bool parse_hexadecimal(std::string_view text, std::uint64_t& value) {
-        const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value, 16);
-        return error == std::errc() && end == text.data() + text.size();
     }
 
     void read_samples(std::string_view bytes, word_form form) {

@@ -48,6 +48,13 @@ bool is_folder(const std::string& output) {
     return output.ends_with('/') || (!output.empty() && std::filesystem::is_directory(output, ignored));
 }
 
+// Where a file goes: into a folder under the binary's name.
+std::string file_in(const std::string& output, const std::string& binary) {
+    return is_folder(output) && !binary.empty()
+               ? output + (output.ends_with('/') ? "" : "/") + std::string(base_name(binary)) + ".csv"
+               : output;
+}
+
 /// The files of one binary, or of all functions where there is none.
 class binary_import {
 public:
@@ -150,11 +157,8 @@ private:
         throw failure(profile.name(), profile.head().empty() ? "empty" : "of no known format: name it with --format");
     }
 
-    // Where a file goes: into a folder under the binary's name.
     std::string path(const std::string& output) const {
-        return is_folder(output) && binary_ != nullptr
-                   ? output + (output.ends_with('/') ? "" : "/") + std::string(base_name(binary_->path())) + ".csv"
-                   : output;
+        return file_in(output, binary_ == nullptr ? "" : binary_->path());
     }
 
     // Why nothing is left, as far as can be told.
@@ -207,7 +211,7 @@ std::vector<std::string> outputs_of(const import_settings& chosen) {
             continue;
         }
         for (const std::string& binary : chosen.binaries) {
-            outputs.push_back(output + (output.ends_with('/') ? "" : "/") + std::string(base_name(binary)) + ".csv");
+            outputs.push_back(file_in(output, binary));
         }
     }
     return outputs;

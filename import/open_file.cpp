@@ -1,6 +1,7 @@
 #include "import/open_file.h"
 
 #include "support/failure.h"
+#include "support/write_all.h"
 
 #include <cerrno>
 #include <cstdlib>
@@ -35,17 +36,6 @@ open_file temporary_file() {
     }
     unlink(name.c_str());
     return file;
-}
-
-bool write_all(int file, std::string_view bytes) {
-    while (!bytes.empty()) {
-        const ssize_t count = write(file, bytes.data(), bytes.size());
-        if (count < 0 && errno != EINTR) {
-            return false;
-        }
-        bytes.remove_prefix(count < 0 ? 0 : static_cast<std::size_t>(count));
-    }
-    return true;
 }
 
 void append_all(const open_file& to, std::string_view begun, const open_file& from, const std::string& name) {

@@ -35,8 +35,5 @@ struct pipe_ends {
 /// A file below TMPDIR that is gone when it is closed. Throws `failure`.
 open_file temporary_file();
 
-/// Writes all bytes; false, with errno, when that is not possible.
-bool write_all(int file, std::string_view bytes);
-
 /// Writes `begun` and all that is left of a profile to a file and goes to its start. Throws `failure`.
 void append_all(const open_file& to, std::string_view begun, const open_file& from, const std::string& name);

@@ -20,6 +20,12 @@ constexpr profile_format formats[] = {
 };
 // clang-format on
 
+// Whether a whole text is a number.
+bool parse_number(std::string_view text, int base, std::uint64_t& number) {
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number, base);
+    return error == std::errc() && end == text.data() + text.size();
+}
+
 } // namespace
 
 std::span<const profile_format> profile_formats() {
@@ -27,8 +33,11 @@ std::span<const profile_format> profile_formats() {
 }
 
 bool parse_count(std::string_view text, std::uint64_t& count) {
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), count);
-    return error == std::errc() && end == text.data() + text.size();
+    return parse_number(text, 10, count);
+}
+
+bool parse_hexadecimal(std::string_view text, std::uint64_t& number) {
+    return parse_number(text, 16, number);
 }
 
 std::string_view first_line(std::string_view head) {

@@ -46,6 +46,8 @@ inline std::string_view take_word(std::string_view& text) {
 
 /// Reads a whole text as a decimal number; false when it is none or exceeds 64 bits.
 bool parse_count(std::string_view text, std::uint64_t& count);
+/// The same of a hexadecimal one, without "0x".
+bool parse_hexadecimal(std::string_view text, std::uint64_t& number);
 
 /// The first line that says something: neither empty nor a comment that starts with "#".
 std::string_view first_line(std::string_view head);

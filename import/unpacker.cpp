@@ -1,6 +1,7 @@
 #include "import/unpacker.h"
 
 #include "support/failure.h"
+#include "support/write_all.h"
 
 #include <archive.h>
 #include <archive_entry.h>

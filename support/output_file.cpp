@@ -2,6 +2,7 @@
 
 #include "support/failure.h"
 #include "support/memory.h"
+#include "support/write_all.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -123,12 +124,8 @@ void output_file::write(std::string_view bytes) {
 }
 
 void output_file::flush() {
-    for (std::string_view rest = pending_; !rest.empty();) {
-        const ssize_t count = ::write(file_, rest.data(), rest.size());
-        if (count < 0 && errno != EINTR) {
-            fail("cannot be written");
-        }
-        rest.remove_prefix(count < 0 ? 0 : static_cast<std::size_t>(count));
+    if (!write_all(file_, pending_)) {
+        fail("cannot be written");
     }
     pending_.clear();
 }

@@ -20,7 +20,7 @@ protected:
 
 TEST_F(FirstRun, ByHand) {
     const std::string head = "# callgrind format\nversion: 1\n";
-    // Part 1: main calls f and g, f calls h; part 2: g, which nobody calls there, calls k; x and y call each other.
+    // First main calls f and g, f calls h; in the later part g, which nobody calls there, calls k; x and y call each other.
     const std::string parts =
         head + "part: 1\npositions: line\nevents: Ir\nfn=h\n1 1\nfn=main\n1 1\ncfn=f\ncalls=1 1\n1 1\ncfn=g\n"
                "calls=1 1\n1 1\nfn=f\n1 1\ncfn=h\ncalls=1 1\n1 1\n\npart: 2\nfn=x\n1 1\ncfn=y\ncalls=1 1\n1 1\n"
