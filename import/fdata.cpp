@@ -61,7 +61,7 @@ bool is_source(std::string_view text) {
     constexpr std::string_view endings[] = {"c", "cc", "cpp", "cxx", "c++", "C",   "m", "mm",
                                             "s", "S",  "asm", "rs",  "o",   "f90", "f", "d"};
     const std::size_t point = text.rfind('.');
-    return text.find_first_of("<") == 0 ||
+    return text.starts_with('<') ||
            (point != std::string_view::npos &&
             std::find(std::begin(endings), std::end(endings), text.substr(point + 1)) != std::end(endings));
 }

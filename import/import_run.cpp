@@ -333,6 +333,7 @@ int run_import(const CLI::App& command_line, const import_settings& chosen) {
             import->write(files);
         }
         std::vector<output_file*> together;
+        together.reserve(files.size());
         for (const auto& file : files) {
             together.push_back(file.get());
         }

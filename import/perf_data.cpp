@@ -144,6 +144,7 @@ void perf_data::check_size() const {
 
 open_file perf_data::start(const std::vector<std::string>& arguments) {
     std::vector<char*> words;
+    words.reserve(arguments.size() + 1);
     for (const std::string& argument : arguments) {
         words.push_back(const_cast<char*>(argument.c_str())); // posix_spawn changes none
     }
