@@ -73,6 +73,7 @@ TEST(Weighed, FollowsTheFormula) {
     sizes["g"] = 70;
     sizes["unknown"] = 0;
     std::vector<std::string> names;
+    names.reserve(16);
     for (const auto& [name, size] : sizes) {
         names.push_back(name);
     }
