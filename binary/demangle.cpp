@@ -30,7 +30,7 @@ std::string readable(std::string_view name, int options) {
     readable_text text;
     text.bytes.reserve(most_bytes < 4 * name.size() ? most_bytes : 4 * name.size());
     if (setjmp(text.too_long) != 0) {
-        return mangled;
+        return std::string(name);
     }
     if (rust_demangle_callback(mangled.c_str(), options | DMGL_RUST, append, &text) != 0) {
         return text.bytes;

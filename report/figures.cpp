@@ -215,8 +215,8 @@ std::optional<double> percent_of(std::uint64_t part, std::uint64_t whole) {
     if (part > largest) { // so large that no whole number of percents is met by chance
         return 100.0 * (static_cast<double>(part) / static_cast<double>(whole));
     }
-    return static_cast<double>(part * 100 / whole) +
-           static_cast<double>(part * 100 % whole) / static_cast<double>(whole);
+    const std::uint64_t percents = part * 100 / whole;
+    return static_cast<double>(percents) + static_cast<double>(part * 100 % whole) / static_cast<double>(whole);
 }
 
 std::vector<distance_share> distance_curve(const called_code& code) {

@@ -49,6 +49,7 @@ int report(const CLI::App& command_line, const report_request& request, const ou
         }
     }
     std::vector<output_file*> together;
+    together.reserve(files.size());
     for (const std::unique_ptr<output_file>& file : files) {
         together.push_back(file.get());
     }

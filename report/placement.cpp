@@ -195,6 +195,7 @@ placement find_placement(const std::vector<std::string>& order, const function_t
     std::vector<ranked_place> ranked = ranked_places(list);
     result.folded = result.found - ranked.size();
     std::vector<std::uint64_t> addresses;
+    addresses.reserve(ranked.size());
     for (const ranked_place& function : ranked) {
         addresses.push_back(function.place.address);
     }

@@ -108,10 +108,10 @@ std::string why_of(const placement& order, std::string_view word, const std::str
                " (" + missing_sums(order) + ")";
     }
     const std::uint64_t length = word == "reversed" ? order.in_reverse : order.in_order;
-    const std::string share = (word == "took" || word == "stale" || word == "reversed" ? "" : "only ") +
-                              format_percent(*percent_of(length, order.counted())) + " of the " +
-                              counted(order.counted(), "function") + " found stand in " +
-                              (word == "reversed" ? "the reverse of the order" : "order");
+    std::string share = (word == "took" || word == "stale" || word == "reversed" ? "" : "only ") +
+                        format_percent(*percent_of(length, order.counted())) + " of the " +
+                        counted(order.counted(), "function") + " found stand in " +
+                        (word == "reversed" ? "the reverse of the order" : "order");
     if (order.found == order.names) {
         return share;
     }

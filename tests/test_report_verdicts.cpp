@@ -57,7 +57,7 @@ protected:
     json report(const std::string& arguments) const {
         const outcome ran = folder.run("ordwell-report --calls=calls.csv --json=j " + arguments);
         EXPECT_EQ(ran.status, 0) << ran.err;
-        const json got = json::parse(folder.read("j"));
+        json got = json::parse(folder.read("j"));
         const json& verdict = got["verdict"];
         EXPECT_EQ(ran.out.substr(0, ran.out.find('\n')), verdict["word"].get<std::string>() + ": " +
                                                              verdict["why"].get<std::string>() + ". " +
