@@ -41,13 +41,24 @@ std::string libelf_error() {
     return text == nullptr ? "damaged" : text;
 }
 
+// What a section holds; null where it is damaged. Where libelf has no memory to turn bytes round or to align them, it yields
+// data of no bytes, which looks like a section that is empty.
+Elf_Data* data_of(Elf_Scn* section) {
+    errno = 0;
+    Elf_Data* const data = elf_getdata(section, nullptr);
+    check_memory();
+    return data;
+}
+
 constexpr int most_nested = 8; // thin archives in each other
 
 void visit_file(const std::string& path, int depth, const std::function<void(const elf_object&)>& visit);
 
 std::string_view raw_bytes(Elf* elf) {
     std::size_t size = 0;
+    errno = 0;
     const char* const start = elf_rawfile(elf, &size);
+    check_memory();
     return start == nullptr ? std::string_view() : std::string_view(start, size);
 }
 
@@ -121,9 +132,7 @@ void visit_members(Elf* elf, int file, std::uint64_t size, const std::string& la
         if (elf_kind(member.get()) == ELF_K_ELF) {
             visit(elf_object(member.get(), member_label, size - static_cast<std::uint64_t>(elf_getbase(member.get()))));
         } else {
-            const std::string_view bytes = raw_bytes(member.get());
-            check_memory();
-            expect_no_bitcode(bytes, member_label);
+            expect_no_bitcode(raw_bytes(member.get()), member_label);
         }
         command = elf_next(member.get());
     }
@@ -199,14 +208,14 @@ std::vector<elf_symbol> elf_object::symbols() const {
         return symbols;
     }
     GElf_Shdr table;
-    Elf_Data* const data = elf_getdata(symbol_section_, nullptr);
+    Elf_Data* const data = data_of(symbol_section_);
     if (gelf_getshdr(symbol_section_, &table) == nullptr || data == nullptr || table.sh_entsize == 0) {
         throw failure(label_, "damaged symbol table: " + libelf_error());
     }
     // Files of more than 65,279 sections have their symbols' section numbers in a table of its own.
     Elf_Data* long_numbers = nullptr;
     if (const int section = elf_scnshndx(symbol_section_); section > 0) {
-        long_numbers = elf_getdata(elf_getscn(elf_, static_cast<std::size_t>(section)), nullptr);
+        long_numbers = data_of(elf_getscn(elf_, static_cast<std::size_t>(section)));
     }
     const std::size_t count = data->d_size / table.sh_entsize;
     symbols.reserve(count);
@@ -245,7 +254,7 @@ std::string elf_object::build_id() const {
         GElf_Shdr properties;
         Elf_Data* notes = nullptr;
         if (gelf_getshdr(section, &properties) == nullptr || properties.sh_type != SHT_NOTE ||
-            (notes = elf_getdata(section, nullptr)) == nullptr || notes->d_buf == nullptr) {
+            (notes = data_of(section)) == nullptr || notes->d_buf == nullptr) {
             check_memory();
             continue;
         }
@@ -272,7 +281,9 @@ std::string elf_object::build_id() const {
 std::vector<elf_segment> elf_object::segments() const {
     std::vector<elf_segment> segments;
     std::size_t count = 0;
+    errno = 0;
     if (elf_getphdrnum(elf_, &count) != 0) {
+        check_memory();
         return segments;
     }
     for (std::size_t i = 0; i < count && i <= INT32_MAX; ++i) {
@@ -281,6 +292,7 @@ std::vector<elf_segment> elf_object::segments() const {
             segments.push_back({properties.p_vaddr, properties.p_filesz, properties.p_offset});
         }
     }
+    check_memory();
     return segments;
 }
 
@@ -300,7 +312,7 @@ std::string_view elf_object::section_name(std::uint32_t section) const {
 std::string_view elf_object::symbol_name(std::size_t index) const {
     GElf_Shdr table;
     GElf_Sym entry;
-    Elf_Data* const data = symbol_section_ == nullptr ? nullptr : elf_getdata(symbol_section_, nullptr);
+    Elf_Data* const data = symbol_section_ == nullptr ? nullptr : data_of(symbol_section_);
     const char* name = nullptr;
     if (data != nullptr && index <= INT32_MAX && gelf_getshdr(symbol_section_, &table) != nullptr &&
         gelf_getsym(data, static_cast<int>(index), &entry) != nullptr) {
@@ -352,7 +364,7 @@ std::vector<elf_call> elf_object::call_graph_profile() const {
                 (relocations.sh_type != SHT_REL && relocations.sh_type != SHT_RELA)) {
                 continue;
             }
-            Elf_Data* const entries = elf_getdata(other, nullptr);
+            Elf_Data* const entries = data_of(other);
             const auto symbol_of = [&](std::size_t index) {
                 GElf_Rela with_addend;
                 GElf_Rel without;

@@ -118,21 +118,22 @@ std::string option_text(const linker_format& format, const std::string& output) 
     return text + "-Xlinker " + shell_word(option + file);
 }
 
-void report(const CLI::App& command_line, const std::vector<std::string>& names, const std::string& why,
+// Appends the lines that tell of functions, with their names if they are wanted.
+void report(std::vector<std::string>& lines, const std::vector<std::string>& names, const std::string& why,
             bool lists_names) {
     if (names.empty()) {
         return;
     }
-    say(command_line, std::to_string(names.size()) + (names.size() == 1 ? " function " : " functions ") + why);
+    lines.push_back(std::to_string(names.size()) + (names.size() == 1 ? " function " : " functions ") + why);
     for (const std::string& name : names) {
         if (lists_names) {
-            say(command_line, "  " + name);
+            lines.push_back("  " + name);
         }
     }
 }
 
 // Tells of functions that do not move alone: "12 functions of 3 objects share a section: compile x.o, ...".
-void report_crowded(const CLI::App& command_line, findings& found, const section_table& objects, bool is_verbose) {
+void report_crowded(std::vector<std::string>& lines, findings& found, const section_table& objects, bool is_verbose) {
     constexpr std::size_t most_named = 3;
     std::sort(found.objects.begin(), found.objects.end());
     found.objects.erase(std::unique(found.objects.begin(), found.objects.end()), found.objects.end());
@@ -141,7 +142,7 @@ void report_crowded(const CLI::App& command_line, findings& found, const section
         named += (i == 0 ? "" : ", ") + objects.object(found.objects[i]);
     }
     named += is_verbose || found.objects.size() <= most_named ? "" : ", ...";
-    report(command_line, found.crowded,
+    report(lines, found.crowded,
            "of " + std::to_string(found.objects.size()) + (found.objects.size() == 1 ? " object" : " objects") +
                (found.crowded.size() == 1 ? " shares" : " share") + " a section: compile " + named +
                " with -ffunction-sections",
@@ -227,16 +228,18 @@ int export_order(const CLI::App& command_line, const settings& chosen) {
         out.write("\n");
     }
     out.write(format.end);
-    out.finish();
+    std::vector<std::string> told;
     if (!chosen.is_quiet) {
-        report(command_line, found.undefined, "of the order in no object", chosen.is_verbose);
-        report(command_line, found.unordered, "in sections with others: compile with -ffunction-sections",
-               chosen.is_verbose);
-        report(command_line, found.cold, "left out, cold parts of others: name the objects with --objects",
-               chosen.is_verbose);
-        report(command_line, found.unholdable, "with names that this format cannot hold", true);
-        report_crowded(command_line, found, objects, chosen.is_verbose);
-        say(command_line, format.use + option_text(format, chosen.output));
+        report(told, found.undefined, "of the order in no object", chosen.is_verbose);
+        report(told, found.unordered, "in sections with others: compile with -ffunction-sections", chosen.is_verbose);
+        report(told, found.cold, "left out, cold parts of others: name the objects with --objects", chosen.is_verbose);
+        report(told, found.unholdable, "with names that this format cannot hold", true);
+        report_crowded(told, found, objects, chosen.is_verbose);
+        told.push_back(format.use + option_text(format, chosen.output));
+    }
+    out.finish(); // from here on no memory is taken: what is in place stays
+    for (const std::string& line : told) {
+        say(command_line, line);
     }
     return 0;
 }

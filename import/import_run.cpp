@@ -6,9 +6,9 @@
 #include "import/refused.h"
 #include "import/weighed.h"
 #include "support/failure.h"
+#include "support/real_path.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <filesystem>
 #include <memory>
 #include <optional>
@@ -26,11 +26,8 @@ std::vector<std::string> object_names(const std::string& object, const std::stri
         return {};
     }
     std::vector<std::string> names = {std::string(base_name(binary))};
-    if (char* const real = realpath(binary.c_str(), nullptr)) {
-        if (base_name(real) != names.front()) {
-            names.emplace_back(base_name(real));
-        }
-        std::free(real);
+    if (const std::string real = real_path(binary); !real.empty() && base_name(real) != names.front()) {
+        names.emplace_back(base_name(real));
     }
     return names;
 }
@@ -114,32 +111,31 @@ public:
         }
     }
 
-    void report(const CLI::App& command_line, const call_comparison* old) const {
+    // Appends what the user hears of the calls.
+    void report(std::vector<std::string>& lines, const call_comparison* old) const {
         const std::string about = chosen_.binaries.size() > 1 ? binary_->path() + ": " : "";
         const auto number = [](std::uint64_t n) { return std::to_string(n); };
-        for (const std::string& line : calls_.told()) {
-            say(command_line, line);
-        }
+        lines.insert(lines.end(), calls_.told().begin(), calls_.told().end());
         const call_table::summary done = calls_.summarise();
-        say(command_line, about + "kept " + number(done.functions) + " functions and " + number(done.calls) + " calls");
+        lines.push_back(about + "kept " + number(done.functions) + " functions and " + number(done.calls) + " calls");
         const char* const reasons[] = {"with a function outside the binary", "with an unknown symbol",
                                        "with a demangled name", "with a name that no row can hold"};
         for (std::size_t reason = 0; reason < done.left_out_calls.size(); ++reason) {
             if (done.left_out_calls[reason] != 0) {
-                say(command_line,
-                    about + "left out " + number(done.left_out_calls[reason]) + " calls " + reasons[reason]);
+                lines.push_back(about + "left out " + number(done.left_out_calls[reason]) + " calls " +
+                                reasons[reason]);
             }
         }
         if (done.unholdable_names != 0) {
-            say(command_line, about + "left out " + number(done.unholdable_names) +
-                                  " names that are empty, hold a comma or a line feed, or start with a quote");
+            lines.push_back(about + "left out " + number(done.unholdable_names) +
+                            " names that are empty, hold a comma or a line feed, or start with a quote");
         }
         if (done.divisor_bits != 0) {
-            say(command_line, about + "divided all counts by " + number(std::uint64_t{1} << done.divisor_bits) +
-                                  ", so that the largest fits 32 bits");
+            lines.push_back(about + "divided all counts by " + number(std::uint64_t{1} << done.divisor_bits) +
+                            ", so that the largest fits 32 bits");
         }
         if (old != nullptr) {
-            say(command_line, old->compare(calls_));
+            lines.push_back(old->compare(calls_));
         }
     }
 
@@ -323,6 +319,7 @@ int run_import(const CLI::App& command_line, const import_settings& chosen) {
     for (const auto& import : imports) {
         import->expect_functions();
     }
+    std::vector<std::string> lines;
     output_folders folders;
     for (const std::string& output : {chosen.output, chosen.weighed}) {
         folders.make(output);
@@ -337,12 +334,15 @@ int run_import(const CLI::App& command_line, const import_settings& chosen) {
         for (const auto& file : files) {
             together.push_back(file.get());
         }
-        finish_together(together);
+        for (const auto& import : imports) {
+            import->report(lines, old.get());
+        }
+        finish_together(together); // from here on no memory is taken: what is in place stays
     }
     folders.keep();
-    if (!chosen.is_quiet) {
-        for (const auto& import : imports) {
-            import->report(command_line, old.get());
+    for (const std::string& line : lines) {
+        if (!chosen.is_quiet) {
+            say(command_line, line);
         }
     }
     return 0;

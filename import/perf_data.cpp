@@ -1,6 +1,7 @@
 #include "import/perf_data.h"
 
 #include "support/failure.h"
+#include "support/memory.h"
 
 #include <algorithm>
 #include <bit>
@@ -152,13 +153,16 @@ open_file perf_data::start(const std::vector<std::string>& arguments) {
     pipe_ends pipe;
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-    posix_spawn_file_actions_adddup2(&actions, pipe.writing.get(), STDOUT_FILENO);
-    if (copy_.get() >= 0) {
-        posix_spawn_file_actions_adddup2(&actions, copy_.get(), copy_.get()); // is inherited so
-    }
-    const int error = posix_spawnp(&process_, "perf", &actions, nullptr, words.data(), environ);
+    const bool has_room = // without one of them, perf would print to where our output goes
+        posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0) == 0 &&
+        posix_spawn_file_actions_adddup2(&actions, pipe.writing.get(), STDOUT_FILENO) == 0 &&
+        (copy_.get() < 0 ||
+         posix_spawn_file_actions_adddup2(&actions, copy_.get(), copy_.get()) == 0); // is inherited so
+    const int error = has_room ? posix_spawnp(&process_, "perf", &actions, nullptr, words.data(), environ) : ENOMEM;
     posix_spawn_file_actions_destroy(&actions);
+    if (error == ENOMEM) {
+        out_of_memory();
+    }
     if (error != 0) {
         process_ = -1;
         throw failure(name_,

@@ -1,6 +1,7 @@
 #include "import/unpacker.h"
 
 #include "support/failure.h"
+#include "support/memory.h"
 #include "support/write_all.h"
 
 #include <archive.h>
@@ -9,8 +10,8 @@
 
 #include <cerrno>
 #include <csignal>
+#include <cstdlib>
 #include <cstring>
-#include <new>
 #include <system_error>
 #include <unistd.h>
 
@@ -24,8 +25,16 @@ constexpr std::string_view magics[] = {gzip_magic,
                                        "7zXZ\0"sv,
                                        "\x28\xb5\x2f\xfd"sv, "BZh"sv};
 constexpr std::size_t block_size = 256 * 1024;
+constexpr std::size_t small_blocks = 1024 * 1024; // bytes, more than libarchive takes of them
 constexpr const char* damaged = "ends early or is damaged: ";
-constexpr const char* no_memory = "cannot be unpacked: memory exhausted";
+
+// Why unpacking failed, where it is not for want of memory; libraries put that in the words of damage.
+std::string why_damaged(const char* text) {
+    if (errno == ENOMEM) {
+        out_of_memory();
+    }
+    return std::string(damaged) + (text == nullptr ? "unpacking failed" : text);
+}
 
 } // namespace
 
@@ -40,12 +49,11 @@ bool is_compressed(std::string_view begun) {
 
 unpacker::unpacker(std::string name, open_file packed, std::string begun, open_file unpacked)
     : name_(std::move(name)), packed_(std::move(packed)), buffer_(std::move(begun)), unpacked_(std::move(unpacked)) {
-    buffer_.reserve(block_size); // so that the thread does not run out of memory on the way through libarchive,
-    error_.reserve(200);         // and can say that it did elsewhere
     try {
         thread_ = std::thread([this] { run(); });
     } catch (const std::system_error& error) {
-        throw failure(name_, std::string("cannot be unpacked: ") + error.what());
+        throw failure(name_,
+                      std::string("cannot be unpacked: no memory for a thread, or too many of them: ") + error.what());
     }
 }
 
@@ -85,11 +93,7 @@ void unpacker::run() {
     sigemptyset(&pipe_signal);
     sigaddset(&pipe_signal, SIGPIPE);
     pthread_sigmask(SIG_BLOCK, &pipe_signal, nullptr);
-    try {
-        unpack();
-    } catch (const std::bad_alloc&) {
-        error_ = no_memory;
-    }
+    unpack();
     unpacked_.close();
     packed_.close(); // so that whatever writes to it ends, too
 }
@@ -102,13 +106,13 @@ void unpacker::unpack() {
             unpack_gzip(stream);
             inflateEnd(&stream);
         } else {
-            error_ = no_memory;
+            out_of_memory();
         }
     } else if (archive* const reader = archive_read_new()) {
         unpack_other(reader);
         archive_read_free(reader);
     } else {
-        error_ = no_memory;
+        out_of_memory();
     }
 }
 
@@ -139,9 +143,10 @@ void unpacker::unpack_gzip(z_stream& stream) {
             }
             stream.next_out = reinterpret_cast<Bytef*>(unpacked.data());
             stream.avail_out = static_cast<uInt>(unpacked.size());
+            errno = 0;
             result = inflate(&stream, Z_NO_FLUSH);
             if (result != Z_OK && result != Z_STREAM_END && result != Z_BUF_ERROR) {
-                error_ = std::string(damaged) + (stream.msg == nullptr ? "unpacking failed" : stream.msg);
+                error_ = why_damaged(stream.msg);
                 return;
             }
             if (!write_all(unpacked_.get(), {unpacked.data(), unpacked.size() - stream.avail_out})) {
@@ -155,6 +160,9 @@ void unpacker::unpack_other(archive* reader) {
     const auto read_own = [](archive*, void* own, const void** bytes) -> la_ssize_t {
         return read_packed(*static_cast<unpacker*>(own), bytes);
     };
+    // libarchive follows null pointers where it gets no memory for its small blocks: there is some, or the work ends here.
+    std::free(safemalloc(small_blocks));
+    errno = 0;
     archive_read_support_filter_xz(reader);
     archive_read_support_filter_zstd(reader);
     archive_read_support_filter_bzip2(reader);
@@ -177,7 +185,6 @@ void unpacker::unpack_other(archive* reader) {
         }
     }
     if (result != ARCHIVE_EOF) {
-        const char* const why = archive_error_string(reader);
-        error_ = std::string(damaged) + (why == nullptr ? "unpacking failed" : why);
+        error_ = why_damaged(archive_error_string(reader));
     }
 }

@@ -1,5 +1,6 @@
 #include "support/memory.h"
 
+#include <atomic>
 #include <cstdlib>
 #include <cstring>
 #include <new>
@@ -25,6 +26,10 @@ void* checked(void* block) {
 } // namespace
 
 void out_of_memory() {
+    static std::atomic_flag is_told;
+    while (is_told.test_and_set()) {
+        pause(); // another thread says it and ends the process
+    }
     if (clean_up_first != nullptr) {
         clean_up_first();
     }

@@ -2,6 +2,7 @@
 
 #include "support/failure.h"
 #include "support/memory.h"
+#include "support/real_path.h"
 #include "support/write_all.h"
 
 #include <algorithm>
@@ -21,10 +22,8 @@ constexpr std::size_t block_size = 256 * 1024;
 
 // The path with all symbolic links resolved; the path itself where there is nothing yet.
 std::string resolved(const std::string& path) {
-    char* const real = realpath(path.c_str(), nullptr);
-    std::string result = real == nullptr ? path : real;
-    std::free(real);
-    return result;
+    const std::string real = real_path(path);
+    return real.empty() ? path : real;
 }
 
 // Whether a name leads to an open file or a device: /dev/stdout may be a regular file that others write, too.

@@ -89,14 +89,14 @@ TEST(Companion, RunsOutOfMemory) {
             return ran.err.empty();
         };
         int complete = 0;
-        int least = 16; // MiB: what the loader and the libraries need
-        while (least < 999 && folder.run("ulimit -v " + std::to_string(least * 1024) + "; " +
-                                         command.substr(0, command.find(' ')) + " --version")
-                                      .status != 0) {
-            ++least;
+        int limit = 4096; // KiB
+        const auto limited = [&] { return "ulimit -v " + std::to_string(limit) + "; "; };
+        while (limit < 99999 &&
+               folder.run(limited() + command.substr(0, command.find(' ')) + " --version").status != 0) {
+            limit += 128; // until loader and libraries have what they need
         }
-        for (int limit = least; limit <= least + 24; limit += 3) {
-            complete += ends_well("ulimit -v " + std::to_string(limit * 1024) + ";") ? 1 : 0;
+        for (const int end = limit + 24576; limit <= end; limit += complete == 0 ? 128 : 6144) {
+            complete += ends_well(limited()) ? 1 : 0;
         }
         EXPECT_GE(complete, 1) << command;
         for (int number = 1; number < 4000; number += 1 + number / 4) {
