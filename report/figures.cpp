@@ -211,12 +211,12 @@ std::optional<double> percent_of(std::uint64_t part, std::uint64_t whole) {
     if (whole == 0) {
         return std::nullopt;
     }
-    constexpr std::uint64_t largest = UINT64_MAX / 100;
-    if (part > largest) { // so large that no whole number of percents is met by chance
-        return 100.0 * (static_cast<double>(part) / static_cast<double>(whole));
+    constexpr std::uint64_t largest_whole = std::uint64_t{1} << 53U;
+    const double divisor = static_cast<double>(whole);
+    if (part <= largest_whole / 100 && whole <= largest_whole) {
+        return static_cast<double>(part * 100) / divisor; // both exact, so this is the double nearest to the share
     }
-    const std::uint64_t percents = part * 100 / whole;
-    return static_cast<double>(percents) + static_cast<double>(part * 100 % whole) / static_cast<double>(whole);
+    return 100.0 * (static_cast<double>(part) / divisor); // no share of so much is met by chance
 }
 
 std::vector<distance_share> distance_curve(const called_code& code) {

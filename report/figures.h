@@ -91,7 +91,7 @@ private:
     std::vector<std::pair<std::uint64_t, std::uint32_t>> distances_; ///< with their calls; scratch
 };
 
-/// A part in percent of the whole; exact where the result is a whole number. None for a whole of 0.
+/// A part in percent of the whole, the nearest number to it: 999 of 1,000 is what 99.9 is. None for a whole of 0.
 std::optional<double> percent_of(std::uint64_t part, std::uint64_t whole);
 
 /// A point of the curve of calls by distance.

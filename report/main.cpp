@@ -10,6 +10,7 @@
 #include "support/failure.h"
 #include "support/output_file.h"
 
+#include <charconv>
 #include <memory>
 
 namespace {
@@ -149,7 +150,18 @@ int main(int argc, char** argv) {
     }
     command_line.add_flag("--no-worse", request.gates.no_worse,
                           "End with status 3 when the binary is worse than BASELINE, or than the first candidate");
-    command_line.add_option("--seed", request.seed, "Of the random orders to compare with (1)")->option_text("N");
+    const CLI::Validator is_seed(
+        [](std::string& text) {
+            std::uint64_t seed = 0;
+            const auto read = std::from_chars(text.data(), text.data() + text.size(), seed);
+            return read.ec == std::errc() && read.ptr == text.data() + text.size()
+                       ? std::string()
+                       : text + " is no whole number from 0 to 18446744073709551615";
+        },
+        "");
+    command_line.add_option("--seed", request.seed, "Of the random orders to compare with (1)")
+        ->check(is_seed)
+        ->option_text("N");
     command_line.add_option("BINARY", request.binary, "The program")->required()->option_text("");
     command_line.add_option("BASELINE", request.baseline, "The program without the order")->option_text("");
     command_line.final_callback([&] {

@@ -67,13 +67,21 @@ std::string cell_html(const std::string& text, bool is_best) {
     return (is_best ? "<td class=\"best\">" : "<td>") + html_text(text) + "</td>";
 }
 
+// The head of a column; of a long path its end, which tells candidates of one folder apart.
+std::string column_head(const std::string& text) {
+    constexpr std::size_t longest_head = 24; // characters
+    const std::size_t slash = text.rfind('/');
+    const bool is_cut = text.size() > longest_head && slash != std::string::npos;
+    return shortened(is_cut ? "…" + text.substr(slash) : text, longest_name);
+}
+
 std::string table_html(const table& rows, const std::string& label, const std::vector<std::vector<bool>>& best) {
     std::string html = "<div class=\"scroll\" tabindex=\"0\" role=\"region\" aria-label=\"" + label + "\"><table>";
     if (!rows.head.back().empty()) {
         html += "<thead><tr><th scope=\"col\">Figure</th>";
         for (std::size_t i = 1; i < rows.head.size(); ++i) {
             html += "<th scope=\"col\" title=\"" + html_text(rows.head[i]) + "\">" +
-                    html_text(shortened(rows.head[i], longest_name)) + "</th>";
+                    html_text(column_head(rows.head[i])) + "</th>";
         }
         html += "</tr></thead>";
     }

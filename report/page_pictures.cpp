@@ -286,7 +286,11 @@ struct plane {
     static std::string column(double share, const std::string& text) {
         return "<path class=\"grid\" d=\"M" + coordinate(x(share)) + " " + coordinate(y(0)) + "V" + coordinate(y(1)) +
                "\"/><text x=\"" + coordinate(x(share)) + "\" y=\"" + coordinate(height - bottom + 15) +
-               "\" text-anchor=\"middle\">" + text + "</text>\n";
+               "\" text-anchor=\"" +
+               (share > 0.9 ? "end"
+                : share > 0 ? "middle"
+                            : "start") +
+               "\">" + text + "</text>\n";
     }
     static std::string title_below(const std::string& text) {
         return "<text x=\"" + coordinate(x(0.5)) + "\" y=\"" + coordinate(height - 6) + "\" text-anchor=\"middle\">" +

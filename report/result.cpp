@@ -14,7 +14,8 @@ void read_calls(const std::vector<std::string>& paths, PETTIS_HANSEN_GRAPH& grap
         if (DIAGNOSTIC::error_count_m > 0) {
             throw failure(path, "not read to its end: give the call graph that ordwell reads, whole");
         }
-        if (graph.last_header().ends_with(" weighed")) {
+        const std::string& header = graph.last_header();
+        if (header.substr(0, header.find_last_not_of(" \t\r") + 1).ends_with(" weighed")) {
             throw failure(path, "holds weights for the layout, which are no calls: give the calls they were made from");
         }
     }
@@ -30,6 +31,9 @@ std::string list_of(const std::vector<std::string>& paths) {
 
 called_code find_code(const std::string& path, const function_table& functions, const call_profile& calls,
                       const std::vector<std::string>& calls_paths) {
+    if (calls.function_count() == 0) {
+        throw failure(list_of(calls_paths), "there are no rows: give the call graph of a run of " + path);
+    }
     called_code code = find_called_code(calls, functions, path);
     if (code.functions.empty()) {
         throw failure(list_of(calls_paths),

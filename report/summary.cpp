@@ -49,7 +49,15 @@ std::vector<headline_row> headline(const report_result& result) {
 }
 
 std::string compared_with(const report_result& result) {
-    return result.baseline.has_value() ? result.baseline->path : "a random order";
+    if (!result.baseline.has_value()) {
+        return "a random order";
+    }
+    const std::optional<double> here = result.binary.layout[figure::calls];
+    const std::optional<double> there = result.baseline->layout[figure::calls];
+    constexpr double enough = 0.9; // of the calls, for the two to be compared without a word
+    return result.baseline->path + (*there < enough * *here ? ", which has only " + grouped(*there) + " of the " +
+                                                                  grouped(*here) + " calls (another program?)"
+                                                            : "");
 }
 
 std::string title_of(const figure_row& row) {

@@ -20,7 +20,7 @@ struct headline_row {
 /// executions the faults of a cold start.
 std::vector<headline_row> headline(const report_result& result);
 
-/// What the headline compares with: "app.old" or "a random order"; bytes as they came.
+/// What the headline compares with: "app.old" or "a random order", and whether that is fair; bytes as they came.
 std::string compared_with(const report_result& result);
 
 /// The title of a figure with its unit, where the values do not carry it.

@@ -103,6 +103,11 @@ void explain_partly(const placement& order, verdict& result) {
 
 std::string why_of(const placement& order, std::string_view word, const std::string& binary) {
     const std::string found = format_percent(*percent_of(order.found, order.names));
+    if (order.found == 0) {
+        return (order.names == 1 ? "the order's only name is no function of "
+                                 : "none of the order's " + counted(order.names, "name") + " is a function of ") +
+               binary + " (" + missing_sums(order) + ")";
+    }
     if (word == "wrong_profile") {
         return "only " + found + " of the order's " + counted(order.names, "name") + " are functions of " + binary +
                " (" + missing_sums(order) + ")";

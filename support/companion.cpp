@@ -46,6 +46,22 @@ std::vector<std::string> words_of(int argc, char** argv) {
     return words;
 }
 
+// The flag that was given a value, such as "--no-worse=0" from a build script; empty when there is none. The parser would take
+// that for the flag's absence.
+std::string flag_with_value(const CLI::App& command_line, std::span<const std::string> words) {
+    for (const std::string& word : words) {
+        if (word == "--") {
+            break;
+        }
+        const std::string name = word.substr(0, word.find('='));
+        const CLI::Option* const option = word.starts_with("--") ? command_line.get_option_no_throw(name) : nullptr;
+        if (name.size() < word.size() && option != nullptr && option->get_items_expected_max() == 0) {
+            return name;
+        }
+    }
+    return {};
+}
+
 // The option that ends in an equals sign, as a build script leaves it whose variable is empty; empty when there is none. The
 // parser would take the next word for its value.
 std::string option_without_value(std::span<const std::string> words) {
@@ -80,6 +96,10 @@ int run_companion(CLI::App& command_line, int argc, char** argv, const std::func
         return 2;
     };
     std::vector<std::string> words = words_of(argc, argv);
+    const std::string flag = flag_with_value(command_line, words);
+    if (!flag.empty()) {
+        return refuse(flag + " takes no value: leave it out, or give it alone");
+    }
     std::string empty = option_without_value(words);
     try {
         if (empty.empty()) {

@@ -277,6 +277,13 @@ TEST_F(ReportProgram, SaysAllKeys) {
     folder.write("89.csv", csv("first,third,8999\ngone,third,1001\n"));
     const json low = report("--calls=89.csv --min-covered=90 p", 3);
     EXPECT_EQ(low["verdict"]["why"], "no order was given; only 89.9 % of the calls are between functions of p");
+    folder.write("share.csv",
+                 csv("first,third,794\ngone,third,9206\n")); // no whole number of percents, and met exactly
+    EXPECT_EQ(report("--calls=share.csv --min-covered=7.94 p")["calls"]["covered"], 7.94);
+    // A baseline that lacks functions is no fair comparison, and the text says so.
+    EXPECT_NE(folder.run("objcopy --strip-symbol=second p q; ordwell-report --calls=calls.csv p q")
+                  .out.find("\nagainst q, which has only 6 of the 9 calls (another program?):\n"),
+              std::string::npos);
     // Sums stay at the largest weight.
     folder.write("much.csv", csv("first,third,4294967295\n"));
     EXPECT_EQ(report("--calls=much.csv --calls=much.csv p")["calls"]["total"], 4294967295U);
@@ -319,6 +326,8 @@ TEST_F(ReportProgram, GatesEndWithThree) {
         {"--no-worse", 2, "--no-worse requires BASELINE or --candidate\n"},
         {"--order=order --min-found=100.1", 2, "--min-found: 100.1 is no number from 0 to 100\n"},
         {"--order=order --min-found=nan", 2, "--min-found: nan is no number from 0 to 100\n"},
+        {"--no-worse=false --candidate=order", 2, "--no-worse takes no value"},
+        {"--seed=-1", 2, "--seed: -1 is no whole number"},
         {"--json=- --html=-", 2, "only one of --html, --json and --markdown can go to standard output\n"},
     };
     folder.write("none", order_lines({"gone"}));
@@ -350,7 +359,8 @@ TEST_F(ReportProgram, SaysWhatIsWrong) {
     folder.run("strip -o stripped p; gcc -c p.c; : >empty; ar rc a.a p.o");
     folder.write("none.csv", csv("x,y,1\n"));
     folder.write("bad.csv", csv("first,third,6\nbad\nfirst,second,1\n"));
-    folder.write("weighed.csv", "\"caller\",\"callee\",\"weight\" weighed\nfirst,third,6\n");
+    folder.write("weighed.csv", "\"caller\",\"callee\",\"weight\" weighed\r\nfirst,third,6\r\n");
+    folder.write("head.csv", csv(""));
     folder.write("nonsense", "nonsense\n");
     folder.run("printf 'int x = 1;' | gcc -x c -shared -nostdlib - -o data.so");
     const std::pair<const char*, const char*> cases[] = {
@@ -367,6 +377,7 @@ TEST_F(ReportProgram, SaysWhatIsWrong) {
         {"--calls=calls.csv --order=empty p", "ordwell-report: empty: no name in it"},
         {"--calls=calls.csv --candidate=empty p", "ordwell-report: empty: no name in it"},
         {"--calls=weighed.csv p", "ordwell-report: weighed.csv: holds weights for the layout"},
+        {"--calls=head.csv p", "ordwell-report: head.csv: there are no rows"},
         {"--calls=bad.csv p", "error: Error reading callee function specification from bad.csv, line 3;"},
         {"--calls=calls.csv --calls=missing p", "error: Error opening input file missing"},
         {"--calls=calls.csv --html=no/page p", "ordwell-report: no/page: cannot be opened for writing: No such file"},
