@@ -190,7 +190,10 @@ std::string to_page(const report_result& result, const std::string& command) {
     fill_in(page, "maps", maps(result));
     fill_in(page, "curve", curves(result));
     fill_in(page, "faults", fault_pictures(result));
-    fill_in(page, "figures", table_html(figures, "the figures", best_cells(result, figures)));
+    const std::string note = candidate_note(result);
+    fill_in(page, "figures",
+            table_html(figures, "the figures", best_cells(result, figures)) +
+                (note.empty() ? "" : "\n<p>" + escaped(note) + ".</p>"));
     fill_in(page, "order", result.order.has_value() ? order_html(*result.order) : "");
     fill_in(page, "missing", result.order.has_value() ? missing_html(*result.order) : "");
     fill_in(page, "command", made_html(result, command));

@@ -156,7 +156,8 @@ report_result make_report(const report_request& request) {
                                     request.binary + ": give an order of this program");
         }
         result.candidates.push_back(
-            {path, meter.measure(predict(code, list, first_names.has_value() ? &*first_names : nullptr))});
+            {path, called_ones(list.places, code).size(),
+             meter.measure(predict(code, list, first_names.has_value() ? &*first_names : nullptr))});
     }
     const std::optional<placement>& order = result.order;
     const gate_facts facts = {order.has_value() ? percent_of(order->in_order, order->counted()) : std::nullopt,

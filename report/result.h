@@ -47,6 +47,7 @@ struct measured_binary {
 /// A predicted layout.
 struct candidate {
     std::string path;
+    std::uint64_t named; ///< how many of the called functions it names
     figures layout;
 };
 

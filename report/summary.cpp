@@ -2,6 +2,7 @@
 
 #include "report/wording.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 
@@ -99,6 +100,21 @@ table figure_table(const report_result& result) {
         made.docs.push_back(row.doc);
     }
     return made;
+}
+
+std::string candidate_note(const report_result& result) {
+    std::string note;
+    const std::optional<double> functions = result.binary.layout[figure::functions];
+    for (const candidate& one : result.candidates) {
+        const double unnamed = *functions - static_cast<double>(one.named); // each may be on a page of its own
+        constexpr double tolerated = 0.02;
+        if (unnamed > std::max(1.0, tolerated * *one.layout[figure::pages_4k])) {
+            note += (note.empty() ? "foretold better than a link can be, which does not pack what an order leaves out: "
+                                  : ", ") +
+                    one.path + " names " + grouped(one.named) + " of the " + grouped(*functions) + " called functions";
+        }
+    }
+    return note;
 }
 
 table order_table(const placement& order) {

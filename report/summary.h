@@ -36,6 +36,10 @@ struct table {
 /// The figures of all layouts; what has no value anywhere is left out.
 table figure_table(const report_result& result);
 
+/// Which candidates name so few of the called functions that no link packs these as foretold; empty for none. A path is
+/// bytes as it came.
+std::string candidate_note(const report_result& result);
+
 /// What is known of the order: two columns.
 table order_table(const placement& order);
 

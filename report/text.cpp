@@ -63,6 +63,9 @@ std::string to_text(const report_result& result) {
         text += "\n" + aligned(order_table(*result.order));
     }
     text += "\n" + aligned(figure_table(result));
+    if (const std::string note = candidate_note(result); !note.empty()) {
+        text += printable(note) + "\n";
+    }
     if (result.order.has_value() && !result.order->missing.empty()) {
         const std::vector<missing_name>& missing = result.order->missing;
         text += "\nmissing:\n";
@@ -112,6 +115,9 @@ std::string to_markdown(const report_result& result) {
     text += "|\n";
     for (const std::vector<std::string>& row : figures.rows) {
         add_line(row);
+    }
+    if (const std::string note = candidate_note(result); !note.empty()) {
+        text += "\n" + escaped(note) + ".\n";
     }
     return text;
 }

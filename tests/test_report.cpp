@@ -308,6 +308,13 @@ TEST_F(ReportProgram, ForetellsACandidate) {
     EXPECT_EQ(got["gates"][2]["name"], "no-worse mean_distance");
     EXPECT_NEAR(got["gates"][2]["wanted"].get<double>(),
                 1.01 * linked["layouts"]["binary"]["mean_distance"].get<double>(), 1e-9);
+    // What an order leaves out is not packed by a link, and every form says so.
+    folder.write("few", order_lines({"first", "main"}));
+    EXPECT_EQ(folder
+                  .run("ordwell-report --calls=calls.csv --candidate=other --candidate=few --markdown=m --html=h p >t; "
+                       "grep -c ': few names 1 of the 3 called functions' t m h; grep -c other.names t")
+                  .out,
+              "t:1\nm:1\nh:1\n0\n");
 }
 
 TEST_F(ReportProgram, GatesEndWithThree) {
