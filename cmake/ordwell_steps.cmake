@@ -9,6 +9,16 @@ macro(ordwell_read_settings folder)
   include("${folder}/settings.cmake")
 endmacro()
 
+# Sets `resolved` to the file's path with symbolic links in its folder followed: build tools run in the real folder, while the
+# settings have the one that the user named.
+function(ordwell_resolve_folder file resolved)
+  get_filename_component(file "${file}" ABSOLUTE BASE_DIR "${CMAKE_CURRENT_BINARY_DIR}")
+  get_filename_component(folder "${file}" DIRECTORY)
+  get_filename_component(folder "${folder}" REALPATH)
+  get_filename_component(name "${file}" NAME)
+  set(${resolved} "${folder}/${name}" PARENT_SCOPE)
+endfunction()
+
 # Appends an argument to the CMake code of a command, whatever characters it has.
 function(ordwell_append_argument code argument)
   set(${code} "${${code}} [====[${argument}]====]" PARENT_SCOPE)

@@ -23,7 +23,7 @@ struct build_system {
 const char* const configure_cmake = "cmake -S . -B b -D Ordwell_DIR=\"" ORDWELL_BUILD "\" -D LINKER=$linker -G ";
 
 const build_system systems[] = {
-    {"Ninja", "configure Ninja", "cmake --build b", ""},
+    {"Ninja", "mkdir r && ln -s r b && configure Ninja", "cmake --build b", ""},
     {"Makefiles", "configure 'Unix Makefiles'", "cmake --build b", ""},
     {"MultiConfig", "configure 'Ninja Multi-Config'", "cmake --build b --config Debug", ""},
     {"Meson", "meson setup b -Dlinker=$linker -Dfuse=$fuse -Dorder_option=$option", "meson compile -C b",
@@ -47,12 +47,12 @@ protected:
         folder.write("functions",
                      std::string("configure() { generator=$1; shift; ") + configure_cmake + R"shell("$generator" "$@"; }
             export LD_LIBRARY_PATH=b:b/.libs # libtool's program is there, and what has its name is a script
-            app() { find b -type f -name app ! -path '*/plain/*' -exec grep -l '^.ELF' {} +; }
+            app() { find b/ -type f -name app ! -path '*/plain/*' -exec grep -l '^.ELF' {} +; }
             # placed: the functions of the program as they lie, of those that the order names; wanted: as the order has them
-            wanted() { cat "$(find b -name '*order.cmd' -print -quit)" | sed 's/.*="//; s/"$//' | grep -v gone; }
+            wanted() { cat "$(find b/ -name '*order.cmd' -print -quit)" | sed 's/.*="//; s/"$//' | grep -v gone; }
             placed() { wanted >names; nm -n "$(app)" | awk '{ print $3 }' | grep -F -x -f names; }
             # states: when the program and what it is made of were written
-            states() { find b "(" -name '*.o' -o -name '*.a' -o -name '*.so' ")" -exec stat -c '%n %y' "{}" + | sort; }
+            states() { find b/ "(" -name '*.o' -o -name '*.a' -o -name '*.so' ")" -exec stat -c '%n %y' "{}" + | sort; }
             cd s*
         )shell");
     }
