@@ -17,7 +17,7 @@
 -- Costs a pass over the rows of the build and days, and memory in proportion to the distinct pairs of functions; with
 -- weight=hosts or min_hosts above 1, to the pairs of each host, which goes to disk where memory gets short.
 --
--- parameter build String,...
+-- parameter build Build,...
 -- parameter first_day Date 1970-01-01
 -- parameter last_day Date 2105-12-31
 -- parameter min_hosts UInt64>0 1
