@@ -9,5 +9,5 @@
 /// names no file.
 std::vector<std::string> listed_objects(const std::string& argument);
 
-/// Every file that the option's argument has read: these paths, and the list.
+/// Every file that the option's argument has read: these paths, the list, and the files of thin archives.
 std::vector<std::string> object_inputs(const std::string& argument);

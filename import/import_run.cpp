@@ -13,6 +13,7 @@
 #include <memory>
 #include <optional>
 #include <set>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
@@ -145,12 +146,15 @@ private:
         if (!why.empty()) {
             throw failure(profile.name(), std::string(why));
         }
+        if (profile.head().empty()) {
+            throw failure(profile.name(), "empty");
+        }
         for (const profile_format& format : profile_formats()) {
             if (chosen_.format.empty() ? format.recognises(profile.head()) : format.name == chosen_.format) {
                 return format;
             }
         }
-        throw failure(profile.name(), profile.head().empty() ? "empty" : "of no known format: name it with --format");
+        throw failure(profile.name(), "of no known format: name it with --format");
     }
 
     std::string path(const std::string& output) const {
@@ -191,9 +195,8 @@ std::vector<std::string> inputs_of(const import_settings& chosen) {
     inputs.insert(inputs.end(), chosen.binaries.begin(), chosen.binaries.end());
     inputs.push_back(chosen.compare);
     for (const std::string& objects : chosen.objects) {
-        const std::vector<std::string> listed = listed_objects(objects);
-        inputs.insert(inputs.end(), listed.begin(), listed.end());
-        inputs.push_back(objects.substr(objects.starts_with('@') ? 1 : 0));
+        const std::vector<std::string> read = object_inputs(objects);
+        inputs.insert(inputs.end(), read.begin(), read.end());
     }
     return inputs;
 }
@@ -247,6 +250,14 @@ public:
 private:
     std::vector<std::string> made_;
 };
+
+// Ends with a message for a pipe, which can be read but once.
+void expect_rereadable(const std::string& profile) {
+    struct stat properties {};
+    if (profile != "-" && stat(profile.c_str(), &properties) == 0 && S_ISFIFO(properties.st_mode)) {
+        throw failure(profile, "a pipe, which cannot be read for each binary: give a file, or - for standard input");
+    }
+}
 
 // Puts a temporary file in the place of standard input, so that it can be read for each binary.
 void keep_standard_input() {
@@ -306,6 +317,9 @@ int run_import(const CLI::App& command_line, const import_settings& chosen) {
     std::vector<std::unique_ptr<binary_import>> imports;
     for (const std::string& binary : chosen.binaries.empty() ? std::vector<std::string>{""} : chosen.binaries) {
         imports.push_back(std::make_unique<binary_import>(chosen, binary));
+    }
+    if (imports.size() > 1) {
+        std::for_each(chosen.profiles.begin(), chosen.profiles.end(), expect_rereadable);
     }
     if (imports.size() > 1 && std::count(chosen.profiles.begin(), chosen.profiles.end(), "-") != 0) {
         keep_standard_input();

@@ -27,6 +27,7 @@
 #include <algorithm>
 #include <optional>
 #include <string>
+#include <sys/resource.h>
 #include <vector>
 
 namespace {
@@ -109,6 +110,10 @@ private:
                 calls_.note_build_id(build_id);
                 is_same_build_ |= build_id == calls_.binary()->build_id();
             }
+        }
+        if (rlimit limit{}; getrlimit(RLIMIT_AS, &limit) == 0 && limit.rlim_cur != RLIM_INFINITY) {
+            calls_.tell(profile_.name() +
+                        ": memory is limited (ulimit -v), and perf leaves out in silence what has no room");
         }
         if (perf.has_places_only()) {
             calls_.tell(profile_.name() + ": no call chains, so functions get rows to themselves: perf record with -g");

@@ -49,11 +49,14 @@ bool is_compressed(std::string_view begun) {
 
 unpacker::unpacker(std::string name, open_file packed, std::string begun, open_file unpacked)
     : name_(std::move(name)), packed_(std::move(packed)), buffer_(std::move(begun)), unpacked_(std::move(unpacked)) {
+    errno = 0;
     try {
         thread_ = std::thread([this] { run(); });
     } catch (const std::system_error& error) {
-        throw failure(name_,
-                      std::string("cannot be unpacked: no memory for a thread, or too many of them: ") + error.what());
+        if (errno == ENOMEM) { // for its stack
+            out_of_memory();
+        }
+        throw failure(name_, std::string("cannot be unpacked: ") + error.what());
     }
 }
 
@@ -76,6 +79,7 @@ void unpacker::finish() {
 long read_packed(unpacker& own, const void** bytes) {
     if (!own.is_begun_) {
         own.is_begun_ = true;
+        own.taken_ = static_cast<long>(own.buffer_.size());
         *bytes = own.buffer_.data();
         return static_cast<long>(own.buffer_.size());
     }
@@ -85,6 +89,7 @@ long read_packed(unpacker& own, const void** bytes) {
     do {
         count = read(own.packed_.get(), own.buffer_.data(), block_size);
     } while (count < 0 && errno == EINTR);
+    own.taken_ += count;
     return count;
 }
 
@@ -184,7 +189,12 @@ void unpacker::unpack_other(archive* reader) {
             return; // nobody reads any more
         }
     }
-    if (result != ARCHIVE_EOF) {
+    const bool is_damaged =
+        result != ARCHIVE_EOF || archive_errno(reader) != 0; // a first block that is looks like no bytes
+    if (is_damaged) {
         error_ = why_damaged(archive_error_string(reader));
+    } else if (const void* bytes = nullptr;
+               archive_filter_bytes(reader, -1) < taken_ || read_packed(*this, &bytes) != 0) {
+        error_ = std::string(damaged) + "other bytes follow its end";
     }
 }

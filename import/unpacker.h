@@ -34,6 +34,7 @@ private:
     open_file packed_;
     std::string buffer_; ///< bytes as they were read; at first those that were taken already
     bool is_begun_ = false;
+    long taken_ = 0; ///< how many bytes libarchive was given
     open_file unpacked_;
     std::string error_; ///< empty: none; valid when the thread has ended
     std::thread thread_;

@@ -153,13 +153,15 @@ TEST(Export, SaysWhatIsWrong) {
               "ordwell-export: none: a list of objects that names none\n");
     // What is no object, or not all of one; and what is read is not written.
     folder.run("echo 'int f() { return 1; } int main() { return f(); }' >m.c; gcc -ffunction-sections -c m.c; "
-               "gcc m.o -o app; ar rc m.a m.o; cp order app.cmd; ln order same; echo m.o >list; echo '#!' >script");
+               "gcc m.o -o app; ar rc m.a m.o; cp m.o other.o; ar rcT thin.a other.o; cp order app.cmd; ln order same; "
+               "echo m.o >list; echo '#!' >script");
     const std::pair<const char*, const char*> cases[] = {{"--objects=", "app: linked already: "},
                                                          {"--objects=", "script: a script: "},
                                                          {"--objects=", "cut: a damaged ELF file"},
                                                          {"--objects=", "cut.a: a damaged archive"},
                                                          {"-o ", "same: is an input"},
                                                          {"-o ", "m.o: is an input"},
+                                                         {"--objects=thin.a -o ", "other.o: is an input"},
                                                          {"-o ", "list: is an input"}};
     for (const std::pair<std::string, std::string> c : cases) {
         const outcome ran = folder.run("head -c -9 m.o >cut; head -c -9 m.a >cut.a; ordwell-export --quiet "

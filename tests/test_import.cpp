@@ -141,6 +141,7 @@ TEST(Import, SaysWhatIsWrong) {
         {"x 1 2.5: 1 cycles: \n\tnonsense\n", "", "p:2: not a frame of perf script\n"},
         {"\x01\x02\n", "", "p: of no known format: name it with --format\n"},
         {"", "", "p: empty\n"},
+        {"", "--format=pairs", "p: empty\n"},
         {"gmon\1\0\0\0"s, "", "p: gmon.out holds addresses: name the program with --binary\n"},
         {"gmon\1\0\0\0"s, "--binary=" + sample() + "/sample", "p: ends inside a record\n"},
         {"\177ELF", "", "p: neither an ELF file nor an archive\n"},

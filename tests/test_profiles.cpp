@@ -60,9 +60,11 @@ TEST_F(Profiles, CompressedOnesAreReadByContent) {
                       .run("cp p c; "s + program + R"( -c p >c; (head -n 99999 p | )" + program +
                            "; tail -n +100000 p | "s + program + R"() >two
             ordwell-import --quiet c | cmp - expected; ordwell-import --quiet - <c | cmp - expected; ordwell-import --quiet two | cmp - expected
-            for size in 9 40 100000; do head -c $size c >cut; ordwell-import -o old cut 2>&1 | grep -c 'cut: ends early'; done; ls old)")
+            (cat c; head -c 9 c) >end; cp c flip; printf XY | dd of=flip bs=1 seek=60 conv=notrunc status=none
+            for size in 9 40 100000; do head -c $size c >cut$size; done
+            for f in cut* end flip; do ordwell-import -o old --format=pairs p $f 2>&1 | grep -cE "$f: ends early|flip:"; done; ls old)")
                       .out,
-                  "1\n1\n1\n")
+                  "1\n1\n1\n1\n1\n")
             << program;
     }
     EXPECT_EQ(
@@ -174,7 +176,7 @@ TEST_F(Profiles, WhatIsNoneIsToldWithTheWayOut) {
                 R"(echo 'int main() { return 0; }' >c.c && clang -fprofile-instr-generate -O1 c.c -o app && LLVM_PROFILE_FILE=p.profraw ./app
         llvm-profdata merge -o p.profdata p.profraw; gcc --coverage c.c -o c && ./c && mv *.gcda p.gcda
         echo 'a b 1' >p.pairs; tar cf p.tar p.pairs; gzip -c p.tar >p.tgz; iconv -t UTF-16 p.pairs >p.utf16; printf '{"a": 1}' >p.json
-        printf '<!DOCTYPE html>' >p.html; printf 'PKxxxx' >p.zip; echo 'heap profile: 1: 2' >p.heap; printf '\177ELF\2\1\1\0\0\0\0\0\0\0\0\0\4\0' >p.core)")
+        printf '<!DOCTYPE html>' >p.html; printf 'PKxxxx' >p.zip; echo 'heap profile: 1: 2' >p.heap; echo '--preferred_order="f"' >p.cmd; printf '\177ELF\2\1\1\0\0\0\0\0\0\0\0\0\4\0' >p.core)")
             .status,
         0);
     for (const auto& [profile, told] : {std::pair{"p.profraw", "llvm-profdata"},
@@ -188,6 +190,7 @@ TEST_F(Profiles, WhatIsNoneIsToldWithTheWayOut) {
                                         {"p.tgz", "unpack it"},
                                         {"p.zip", "unpack it"},
                                         {"p.heap", "CPU profile"},
+                                        {"p.cmd", "an order"},
                                         {"p.utf16", "iconv"}}) {
         EXPECT_NE(failing("-o old "s + profile).find(told), std::string::npos) << profile;
         EXPECT_NE(failing("- <"s + profile).find(told), std::string::npos) << profile;
@@ -210,7 +213,7 @@ TEST_F(Profiles, FormatsAreListed) {
 TEST_F(Profiles, AProgramAndItsLibrary) {
     ASSERT_EQ(folder
                   .run("g++ -O1 -fPIC -shared shapes.cpp -Wl,--build-id=0xabcd0123 -o libshapes.so.1 && "
-                       "g++ -O1 main.cpp ./libshapes.so.1 -o app && mkdir other && cp app other && "
+                       "g++ -O1 main.cpp ./libshapes.so.1 -o app && mkdir other && cp app other && mkfifo pipe && "
                        "valgrind -q --tool=callgrind --demangle=no --callgrind-out-file=p ./app && gzip -k p")
                   .status,
               0);
@@ -226,6 +229,7 @@ TEST_F(Profiles, AProgramAndItsLibrary) {
     }
     EXPECT_NE(failing("-o n/ --binary=app --binary=/bin/true p").find("/bin/true"), std::string::npos);
     EXPECT_NE(failing("-o n/ --binary=app --binary=other/app p").find("the same base name"), std::string::npos);
+    EXPECT_NE(failing("-o n/ --binary=app --binary=libshapes.so.1 pipe").find("a pipe"), std::string::npos);
     folder.run("g++ -O1 -shared -fPIC -Wl,--build-id=none -x c++ /dev/null -o none.so");
     EXPECT_EQ(folder.run("ls n").out, "");
     for (const char* const wrong :
