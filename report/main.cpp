@@ -10,6 +10,7 @@
 #include "support/failure.h"
 #include "support/output_file.h"
 
+#include <algorithm>
 #include <charconv>
 #include <memory>
 
@@ -23,6 +24,10 @@ struct outputs {
 };
 
 constexpr int gate_missed = 3; // exit status
+
+bool is_standard_output(const std::string& path) {
+    return path == "-" || path == "/dev/stdout";
+}
 
 int report(const CLI::App& command_line, const report_request& request, const outputs& wanted,
            const std::string& command) {
@@ -42,7 +47,7 @@ int report(const CLI::App& command_line, const report_request& request, const ou
         std::string bytes = &path == &paths[0]   ? to_json(result)
                             : &path == &paths[1] ? to_markdown(result)
                                                  : to_page(result, command);
-        if (path == "-") {
+        if (is_standard_output(path)) {
             text = std::move(bytes);
         } else {
             files.push_back(std::make_unique<output_file>(path));
@@ -91,8 +96,8 @@ std::string command_of(int argc, char** argv) {
 
 // What keeps a command line from making sense, beyond what single options tell; empty for nothing.
 std::string contradiction(const report_request& request, const outputs& wanted) {
-    const auto is_dash = [](const std::string& path) { return path == "-" ? 1 : 0; };
-    if (is_dash(wanted.html) + is_dash(wanted.json) + is_dash(wanted.markdown) > 1) {
+    const std::string paths[] = {wanted.html, wanted.json, wanted.markdown};
+    if (std::count_if(std::begin(paths), std::end(paths), is_standard_output) > 1) {
         return "only one of --html, --json and --markdown can go to standard output";
     }
     for (const gate_row& row : gate_rows()) {

@@ -6,7 +6,9 @@
 #include "support/write_all.h"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -20,16 +22,32 @@ namespace {
 
 constexpr std::size_t block_size = 256 * 1024;
 
-// The path with all symbolic links resolved; the path itself where there is nothing yet.
-std::string resolved(const std::string& path) {
-    const std::string real = real_path(path);
-    return real.empty() ? path : real;
+std::string folder_of(const std::string& path) {
+    return path.substr(0, path.rfind('/') + 1) + "."; // npos + 1 is 0
+}
+
+// The path with all symbolic links resolved, also of one to a file that is still to be made; where there is nothing yet the
+// path itself.
+std::string resolved(std::string path) {
+    constexpr int most_links = 40; // as many as the system follows
+    for (int links = 0; links < most_links; ++links) {
+        if (const std::string real = real_path(path); !real.empty()) {
+            return real;
+        }
+        std::array<char, PATH_MAX> text;
+        const ssize_t length = readlink(path.c_str(), text.data(), text.size());
+        if (length <= 0) {
+            break;
+        }
+        const std::string target(text.data(), static_cast<std::size_t>(length));
+        path = target.front() == '/' ? target : folder_of(path) + "/" + target;
+    }
+    return path;
 }
 
 // Whether a name leads to an open file or a device: /dev/stdout may be a regular file that others write, too.
 bool is_special(const std::string& name) {
-    const std::size_t slash = name.rfind('/');
-    const std::string folder = resolved(slash == std::string::npos ? "." : name.substr(0, slash + 1)) + "/";
+    const std::string folder = resolved(folder_of(name)) + "/";
     return folder.starts_with("/dev/") || folder.starts_with("/proc/");
 }
 
@@ -50,9 +68,8 @@ std::string future_path(const std::string& name) {
     if (name == "-" || stat(name.c_str(), &properties) == 0) {
         return {};
     }
-    const std::size_t slash = name.rfind('/');
-    const std::size_t start = slash == std::string::npos ? 0 : slash + 1;
-    return resolved(start == 0 ? "." : name.substr(0, start)) + "/" + name.substr(start);
+    const std::string path = resolved(name);
+    return resolved(folder_of(path)) + "/" + path.substr(path.rfind('/') + 1);
 }
 
 } // namespace
@@ -65,6 +82,9 @@ output_file::output_file(const std::string& name) : name_(name) {
     }
     struct stat existing {};
     const bool exists = stat(name.c_str(), &existing) == 0;
+    if (!exists && errno == ELOOP) { // links that lead in a circle must not be replaced
+        fail("cannot be opened for writing");
+    }
     if (is_special(name) || (exists && !S_ISREG(existing.st_mode))) {
         file_ = open(name.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC);
         if (file_ < 0) {

@@ -143,6 +143,16 @@ TEST_F(ReportProgram, WritesFilesSafely) {
                   .out,
               "1\n{**none604\nm\n");
     EXPECT_EQ(folder.run("ordwell-report --calls=calls.csv --json=- --html=/dev/null p | head -c 1").out, "{");
+    EXPECT_EQ(folder.run("ordwell-report --calls=calls.csv --json=/dev/stdout p | tail -n 1").out, "}\n");
+    // A link to what is not there yet stays as well, and is no way round; one that leads in a circle is refused.
+    EXPECT_EQ(
+        folder
+            .run(
+                "ln -s d/new hanging; ln -s circle circle; cd d; for j in ../hanging ../circle; do ordwell-report "
+                "--calls=../calls.csv --json=$j ../p >/dev/null; echo $?; done; readlink ../hanging ../circle; "
+                "head -c 1 new; rm new; ordwell-report --calls=../calls.csv --json=../hanging --html=new ../p; echo $?")
+            .out,
+        "0\n1\nd/new\ncircle\n{1\n");
     EXPECT_EQ(folder.run("ordwell-report --calls=calls.csv --json= p; echo $?").out, "2\n");
 }
 

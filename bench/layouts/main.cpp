@@ -6,6 +6,7 @@
 //     layouts perturb NUMBER                copies a call graph with each count multiplied by 0.8 to 1.25, by chance of that number
 #include "bench/layouts/replay.h"
 
+#include <charconv>
 #include <cmath>
 #include <cstdio>
 #include <iostream>
@@ -21,6 +22,9 @@ void perturb(unsigned int number) {
     std::cout << line << '\n';
     while (std::getline(std::cin, line)) {
         const std::size_t comma = line.rfind(',') + 1;
+        if (comma == 0 || line.find_first_not_of("0123456789", comma) != std::string::npos || comma == line.size()) {
+            throw std::runtime_error("no row of a call graph: " + line);
+        }
         const double chance = static_cast<double>(random() >> 11U) / 9007199254740992.0; // of 53 bits, below 1
         const double count = std::stod(line.substr(comma)) * 0.8 * std::pow(1.25 / 0.8, chance);
         std::cout << line.substr(0, comma)
@@ -30,6 +34,9 @@ void perturb(unsigned int number) {
 
 void print_costs(const trace& t, const std::string& map, unsigned int first, unsigned int last) {
     const std::vector<section> linked = read_link_map(map);
+    if (first > last) {
+        throw std::runtime_error("the last luck comes before the first");
+    }
     for (unsigned int luck = first; luck <= last; ++luck) {
         std::vector<section> layout = linked;
         shake(layout, luck);
@@ -40,7 +47,12 @@ void print_costs(const trace& t, const std::string& map, unsigned int first, uns
 }
 
 unsigned int number(const std::string& text) {
-    return static_cast<unsigned int>(std::stoul(text));
+    unsigned int result = 0;
+    const auto read = std::from_chars(text.data(), text.data() + text.size(), result);
+    if (read.ec != std::errc() || read.ptr != text.data() + text.size()) {
+        throw std::runtime_error(text + ": no number");
+    }
+    return result;
 }
 
 } // namespace

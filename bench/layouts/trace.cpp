@@ -25,19 +25,31 @@ public:
     explicit number_reader(const std::string& bytes) : bytes_(bytes) {}
     std::uint64_t next() {
         std::uint64_t number = 0;
-        for (unsigned int shift = 0;; shift += 7) {
+        for (unsigned int shift = 0; shift < 64; shift += 7) {
             const auto byte = static_cast<unsigned char>(bytes_.at(at_++));
             number |= std::uint64_t{byte % 128U} << shift;
             if (byte < 128) {
                 return number;
             }
         }
+        throw std::out_of_range("number");
     }
+    /// A number below `limit`.
+    std::uint32_t below(std::uint64_t limit) {
+        const std::uint64_t number = next();
+        if (number >= limit) {
+            throw std::out_of_range("number");
+        }
+        return static_cast<std::uint32_t>(number);
+    }
+    /// How many entries follow; each has a byte at least.
+    std::size_t count() { return below(bytes_.size() - at_ + 1); }
     std::string text() {
-        const std::size_t length = next();
+        const std::size_t length = count();
         at_ += length;
         return bytes_.substr(at_ - length, length);
     }
+    bool is_at_end() const { return at_ == bytes_.size(); }
 
 private:
     const std::string& bytes_;
@@ -108,9 +120,11 @@ private:
 
 trace record(std::istream& in, const std::vector<section>& sections) {
     recorder r(sections);
+    bool is_whole = false;
     for (std::string line; std::getline(in, line);) {
-        if (line[0] != 'I') {
-            continue; // loads, stores, and what valgrind says
+        if (line[0] != 'I') { // loads, stores, and what valgrind says
+            is_whole |= line.find("guest instrs:") != std::string::npos;
+            continue;
         }
         const char* const end = line.data() + line.size();
         std::uint64_t address = 0;
@@ -124,6 +138,9 @@ trace record(std::istream& in, const std::vector<section>& sections) {
     trace result = r.finish();
     if (result.steps.empty()) {
         throw std::runtime_error("no instructions; valgrind --tool=lackey --trace-mem=yes writes them");
+    }
+    if (!is_whole) {
+        throw std::runtime_error("cut off: lackey's counts, which it writes at the end, are missing");
     }
     return result;
 }
@@ -158,20 +175,26 @@ trace load(const std::string& file) {
     number_reader reader(bytes);
     trace t;
     try {
-        t.sections.resize(reader.next());
+        t.sections.resize(reader.count());
         for (std::string& name : t.sections) {
             name = reader.text();
         }
-        t.runs.resize(reader.next());
+        t.runs.resize(reader.count());
         for (run& r : t.runs) {
-            r.section = static_cast<std::uint32_t>(reader.next());
-            r.instructions = static_cast<std::uint32_t>(reader.next());
+            r.section = reader.below(std::uint64_t{run::foreign} + 1);
+            r.instructions = reader.below(UINT32_MAX);
             r.offset = reader.next();
-            r.bytes = reader.next();
+            r.bytes = reader.below(UINT32_MAX);
+            if ((r.section >= t.sections.size() && r.section != run::foreign) || r.bytes == 0) {
+                throw std::out_of_range("run");
+            }
         }
-        t.steps.resize(reader.next());
+        t.steps.resize(reader.count());
         for (std::uint32_t& step : t.steps) {
-            step = static_cast<std::uint32_t>(reader.next());
+            step = reader.below(t.runs.size());
+        }
+        if (!reader.is_at_end()) {
+            throw std::out_of_range("end");
         }
     } catch (const std::out_of_range&) {
         throw std::runtime_error(file + ": no trace, or cut off");

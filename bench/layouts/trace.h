@@ -34,7 +34,7 @@ struct trace {
     std::vector<std::uint32_t> steps;  ///< numbers of runs, as they were executed
 };
 
-/// Reads lackey's output on a program with these sections. Throws std::runtime_error when it has no instruction.
+/// Reads lackey's output on a program with these sections. Throws std::runtime_error when it has no instruction or no end.
 trace record(std::istream& in, const std::vector<section>& sections);
 
 /// Writes a trace to a file, or reads it. Throws std::runtime_error when that fails.
