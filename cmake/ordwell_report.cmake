@@ -24,6 +24,11 @@ endif()
 if(NOT EXISTS "${target_file}" OR NOT EXISTS "${state}/order.cmd")
   message(FATAL_ERROR "there is no ${target_file}, or it was linked without an order: build ${target} first")
 endif()
+foreach(graph IN LISTS calls existing) # existing: the profiles
+  if(EXISTS "${graph}" AND NOT "${state}/order.cmd" IS_NEWER_THAN "${graph}")
+    message(FATAL_ERROR "${graph} is newer than the order of ${target}: build ${target} first")
+  endif()
+endforeach()
 
 set(command "COMMAND")
 foreach(graph IN LISTS graphs)

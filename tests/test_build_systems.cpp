@@ -149,6 +149,7 @@ TEST_F(CMakeBuild, RecordsAndTests) {
             "| grep -c Passed")
             .out,
         csv("shared_work,shared_low,2\n") + "b/app-order-report.html\nb/app-order-report.json\n2\n");
+    EXPECT_NE(run("touch app.csv; ctest --test-dir b -V -R app").out.find("app.csv is newer than"), std::string::npos);
     // A command that fails leaves the calls as they are; a bad row, and calls of other programs, are told.
     configure("set_property(TARGET app PROPERTY OUTPUT_NAME gone)\nadd_custom_command(TARGET app POST_BUILD COMMAND rm "
               "gone)");
