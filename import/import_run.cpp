@@ -1,5 +1,6 @@
 #include "import/import_run.h"
 
+#include "binary/elf_file.h"
 #include "binary/object_list.h"
 #include "import/comparison.h"
 #include "import/profile_format.h"
@@ -216,13 +217,20 @@ std::vector<std::string> outputs_of(const import_settings& chosen) {
     return outputs;
 }
 
+// Of a stripped copy too, which is what many machines have.
 int print_build_id(const std::string& binary) {
-    const function_table functions(binary);
-    if (functions.build_id().empty()) {
+    std::string build_id;
+    visit_elf_objects(binary, [&](const elf_object& object) {
+        if (object.label() != binary || object.purpose() != elf_purpose::program) {
+            throw failure(binary, "not a linked program or library, which have a build ID");
+        }
+        build_id = object.build_id();
+    });
+    if (build_id.empty()) {
         throw failure(binary, "no build ID: link with -Wl,--build-id");
     }
     output_file out("-");
-    out.write(functions.build_id() + "\n");
+    out.write(build_id + "\n");
     out.finish();
     return 0;
 }

@@ -2,6 +2,7 @@
 // -finstrument-functions can tell. There are no calls, so each function gets a row to itself. Any text is such a list, so it
 // is read where it is asked for only; other formats and data that is no text are refused then.
 #include "import/profile_format.h"
+#include "import/refused.h"
 #include "support/failure.h"
 
 #include <boost/unordered/unordered_flat_set.hpp>
@@ -14,6 +15,9 @@ bool is_names(std::string_view /*head*/) {
 }
 
 void read_names(profile_input& profile, call_table& calls) {
+    if (const std::string_view why = why_refused(profile.begun()); !why.empty()) {
+        throw failure(profile.name(), std::string(why));
+    }
     for (const profile_format& other : profile_formats()) {
         if (other.recognises(profile.head())) {
             throw failure(profile.name(), "no list of names, but of the format " + std::string(other.name) +

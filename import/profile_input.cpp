@@ -2,6 +2,8 @@
 
 #include "support/failure.h"
 
+#include <algorithm>
+#include <cstddef>
 #include <cstdio>
 
 profile_input::profile_input(const std::string& name, bool shows_progress, bool wants_time)
@@ -18,6 +20,7 @@ profile_input::~profile_input() {
 
 bool profile_input::next_block() {
     rest_ = blocks_.next();
+    is_text_ = false;
     if (blocks_.error() != 0) {
         throw failure(name(), std::string("cannot be read: ") + std::strerror(blocks_.error()));
     }
@@ -29,6 +32,17 @@ bool profile_input::next_block() {
         show_progress();
     }
     return !rest_.empty();
+}
+
+// A machine that crashed leaves zeros where a file was not written, and they would go into names.
+void profile_input::expect_text() {
+    const std::size_t zero = rest_.find('\0');
+    if (zero != std::string_view::npos) {
+        const auto before = std::count(rest_.begin(), rest_.begin() + static_cast<std::ptrdiff_t>(zero), '\n');
+        throw failure(name(), line_number_ + static_cast<std::size_t>(before) + 1,
+                      "a zero byte, which no text has: the file is damaged");
+    }
+    is_text_ = true;
 }
 
 // From the first second on, four times a second.

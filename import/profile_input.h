@@ -30,10 +30,14 @@ public:
     /// The first bytes, up to the end of some line; all of a file without line feeds.
     std::string_view head() const { return rest_; }
 
-    /// Takes the next line, without its line feed; false at the end. Throws `failure` at a read error.
+    /// Takes the next line, without its line feed; false at the end. Throws `failure` at a read error, and for data that is
+    /// no text.
     bool next_line(std::string_view& line) {
         if (rest_.empty() && !next_block()) {
             return false;
+        }
+        if (!is_text_) {
+            expect_text();
         }
         const std::size_t size = rest_.size();
         line = take_line(rest_);
@@ -53,12 +57,14 @@ public:
 
 private:
     bool next_block();
+    void expect_text();
     void show_progress();
 
     profile_source source_;
     std::string event_;
     line_blocks blocks_;
     std::string_view rest_; ///< of the current block
+    bool is_text_ = false;  ///< whether the current block was looked through
     std::size_t line_number_ = 0;
     bool has_line_feed_ = true;
     bool shows_progress_;

@@ -140,6 +140,7 @@ TEST(Import, SaysWhatIsWrong) {
         {"events: Ir\nnonsense\n", "", "p:2: not a line of the callgrind format\n"},
         {"x 1 2.5: 1 cycles: \n\tnonsense\n", "", "p:2: not a frame of perf script\n"},
         {"\x01\x02\n", "", "p: of no known format: name it with --format\n"},
+        {"a b 1\na\0b c 1\n"s, "", "p:2: a zero byte, which no text has: the file is damaged\n"},
         {"", "", "p: empty\n"},
         {"", "--format=pairs", "p: empty\n"},
         {"gmon\1\0\0\0"s, "", "p: gmon.out holds addresses: name the program with --binary\n"},
