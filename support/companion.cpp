@@ -7,7 +7,9 @@
 #include <array>
 #include <cerrno>
 #include <cstdio>
+#include <fcntl.h>
 #include <span>
+#include <unistd.h>
 #include <utility>
 
 namespace {
@@ -30,6 +32,16 @@ void prepare_command_line(CLI::App& command_line, const std::string& program) {
 }
 
 namespace {
+
+// Takes the place of standard streams that are closed: else a file that is written would get the number of one of them, and
+// what is said would go into it. What takes it can be neither read nor written, as before.
+void keep_standard_streams() {
+    for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        if (fcntl(stream, F_GETFD) < 0) { // the lowest number that is free is given
+            static_cast<void>(open("/dev/null", stream == STDIN_FILENO ? O_WRONLY : O_RDONLY));
+        }
+    }
+}
 
 // The command line's words without the program's name. "-o=FILE" becomes "-oFILE", as ordwell takes it; the parser would
 // take "=FILE" for the name.
@@ -95,6 +107,7 @@ int run_companion(CLI::App& command_line, int argc, char** argv, const std::func
         say(command_line, "try " + command_line.get_name() + " --help");
         return 2;
     };
+    keep_standard_streams();
     std::vector<std::string> words = words_of(argc, argv);
     const std::string flag = flag_with_value(command_line, words);
     if (!flag.empty()) {

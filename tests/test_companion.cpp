@@ -67,6 +67,16 @@ TEST(CommandLine, RefusesEmptyValues) {
     EXPECT_EQ(folder.run("ordwell-export --quiet --linker=lld -o=b a && ls").out, "a\nb\n");
 }
 
+TEST(CommandLine, WritesNoMessagesIntoFiles) {
+    const scratch_folder folder;
+    folder.write("calls", "f g 1\n");
+    for (const std::string closed : {"2>&-", ">&-", ">&- 2>&-", "<&- >&- 2>&-"}) {
+        folder.run("ordwell-import -o calls.csv calls " + closed);
+        EXPECT_EQ(folder.read("calls.csv"), "\"caller\",\"callee\",\"weight\"\nf,g,1\n") << closed;
+        EXPECT_EQ(folder.run("ordwell-import calls " + closed).status, closed == "2>&-" ? 0 : 1) << closed;
+    }
+}
+
 #ifndef ORDWELL_SANITIZED // a sanitizer takes the place of preloaded functions, and its memory fits under no limit
 
 // Exhausted memory: by a limit, and each allocation of a small run, those of the libraries they use among them.
