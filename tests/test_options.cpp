@@ -53,6 +53,7 @@ TEST_F(Options, CountsAndPointsToRejectedText) {
     const char* const argument = "-pdx";
     EXPECT_EQ(options.process_option(argument + 1, &rest), 0);
     EXPECT_EQ(rest, argument + 1); // "p" begins options
+    EXPECT_EQ(options.current_option, nullptr);
     EXPECT_EQ(options.process_option(argument + 3, &rest), 0);
     EXPECT_EQ(rest, argument + 2); // "x" begins none
 }

@@ -75,9 +75,11 @@ TEST(Tool, StopsAFileAtItsFirstBadRow) {
         {start + "callee" + end, {"a", "a,", "\r"}},
         {weight, {"a,b", "a,b,", "a,b,x", "a,b,+-5", "a,b,- 5", "a,b,4294967296", "a,b,-4294967296", "a,b,\r"}},
     };
+    const std::string more(std::size_t{1} << 17U, '\n'); // than is read at once
     for (const auto& [message, bad_rows] : cases) {
         for (const std::string& row : bad_rows) {
-            EXPECT_EQ(order_file(csv("main,f,1\n" + row + "\nx,y,1\n")), (result{order_of("f main"), message})) << row;
+            EXPECT_EQ(order_file(csv("main,f,1\n" + row + "\nx,y,1\n" + more)), (result{order_of("f main"), message}))
+                << row;
         }
     }
 }
