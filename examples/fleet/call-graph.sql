@@ -1,6 +1,6 @@
 -- Which function called which how often, in all uploads of a build: the CSV that ordwell reads.
 --
---     ask call-graph.sql build=5c0f...e1 first_day=2026-11-01 >app.csv
+--     ask -o app.csv call-graph.sql build=5c0f...e1 first_day=2026-11-01
 --
 -- Say two hosts loaded the rows on the left:
 --
