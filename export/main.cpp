@@ -62,8 +62,9 @@ std::vector<std::string> functions_of(const CLI::App& command_line, const settin
         std::vector<std::string> names;
         std::size_t bad_line = 0;
         if (!read_order_file(path, names, bad_line)) {
-            throw bad_line == 0 ? failure(path, std::strerror(errno))
-                                : failure(path, bad_line, "not a line of an order file");
+            throw bad_line == 0
+                ? failure(path, std::strerror(errno))
+                : failure(path, bad_line, "not a line of an order file: give the file that ordwell wrote");
         }
         const std::size_t before = functions.size();
         for (std::string& name : names) {

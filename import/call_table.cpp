@@ -31,6 +31,10 @@ call_table::call_table(const function_table* binary, std::vector<std::string> ob
 
 bool call_table::is_wanted_object(std::string_view object) {
     if (objects_.empty()) {
+        if (object != last_object_) {
+            has_several_objects_ = has_several_objects_ || !last_object_.empty();
+            last_object_ = object;
+        }
         return true;
     }
     if (object != last_object_) {

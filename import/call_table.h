@@ -146,6 +146,8 @@ public:
     /// Writes an order file of the functions in the order of first execution: the first profile's, then what only the next
     /// ones have.
     void write_first_run(output_file& out) const;
+    /// Whether functions of different objects were taken, as no one was wanted.
+    bool has_several_objects() const { return has_several_objects_; }
     /// Some of the objects that were not the wanted one.
     const std::vector<std::string>& other_objects() const { return other_objects_; }
 
@@ -162,6 +164,7 @@ private:
     std::vector<std::string> objects_;
     std::string last_object_; ///< the last that was asked for, and the answer
     bool is_last_wanted_ = true;
+    bool has_several_objects_ = false;
     std::vector<std::string> other_objects_;
     std::vector<std::string> told_;
     std::string why_empty_;

@@ -99,8 +99,11 @@ public:
         end_part_in_time();
         if (calls_.keeps_first_run() && dumps_ < 2) {
             throw failure(profile_.name(),
-                          "one part only, which does not tell when functions ran: record with valgrind "
-                          "--tool=callgrind --dump-every-bb=20000 --combine-dumps=yes");
+                          std::string("one part only, which does not tell when functions ran: ") + how_to_record_time);
+        }
+        if (calls_.keeps_first_run() && is_end_missing_) {
+            calls_.tell(profile_.name() +
+                        ": the program's end is missing: what first ran after the last part is not in order");
         }
     }
 
@@ -136,6 +139,8 @@ private:
             is_part_open_ = true;
         } else if (line.starts_with("totals:")) {
             is_part_open_ = false;
+        } else if (line.starts_with("desc: Trigger: ")) { // why the part was written
+            is_end_missing_ = line.find("--dump-every-bb=") != std::string_view::npos;
         }
     }
 
@@ -313,6 +318,7 @@ private:
     bool has_addresses_ = false;
     bool ends_with_totals_ = false; ///< callgrind itself wrote this, each part of it with totals at the end
     bool is_part_open_ = false;     ///< they did not come yet
+    bool is_end_missing_ = false;   ///< the last part was written in the midst of the run
     part_calls part_;               ///< where the order of first execution is wanted,
     boost::unordered_flat_map<std::uint64_t, std::uint32_t> nodes_; ///< by function and object, the number there,
     std::vector<call_table::function> node_functions_;              ///< and by that number

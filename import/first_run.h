@@ -14,6 +14,11 @@
 #include <span>
 #include <vector>
 
+/// What a user is told of a profile without time. Callgrind looks whether a part is due where it translates code that is new,
+/// and every 100,000 blocks of a steady run: smaller parts than these change nothing, and a long run's are no more.
+inline constexpr const char* how_to_record_time =
+    "record with valgrind --tool=callgrind --dump-every-bb=2000 --combine-dumps=yes";
+
 /// The functions and calls of a part, by numbers from 0 that whoever uses it gives.
 class part_calls {
 public:

@@ -3,6 +3,7 @@
 #include "binary/elf_file.h"
 #include "binary/object_list.h"
 #include "import/comparison.h"
+#include "import/first_run.h"
 #include "import/profile_format.h"
 #include "import/refused.h"
 #include "import/weighed.h"
@@ -73,10 +74,8 @@ public:
                           std::string("the format ") + format.name + " has no events: leave --event out");
         }
         if (calls_.keeps_first_run() && !format.has_time) {
-            throw failure(profile.name(),
-                          std::string("the format ") + format.name +
-                              " does not tell when functions ran: record with valgrind --tool=callgrind "
-                              "--dump-every-bb=20000 --combine-dumps=yes");
+            throw failure(profile.name(), std::string("the format ") + format.name +
+                                              " does not tell when functions ran: " + how_to_record_time);
         }
         profile.set_event(chosen_.event);
         calls_.begin_profile();
@@ -127,6 +126,9 @@ public:
                 lines.push_back(about + "left out " + number(done.left_out_calls[reason]) + " calls " +
                                 reasons[reason]);
             }
+        }
+        if (!chosen_.first_run.empty() && calls_.has_several_objects()) {
+            lines.emplace_back("the order has functions of several objects: keep the program's with --binary");
         }
         if (done.unholdable_names != 0) {
             lines.push_back(about + "left out " + number(done.unholdable_names) +

@@ -1,6 +1,7 @@
 // "names": functions in the order in which they were first executed, one a line, as a tracer, an emulator or hooks of
 // -finstrument-functions can tell. There are no calls, so each function gets a row to itself. Any text is such a list, so it
 // is read where it is asked for only; other formats and data that is no text are refused then.
+#include "ORDWELL/order_file.h"
 #include "import/profile_format.h"
 #include "import/refused.h"
 #include "support/failure.h"
@@ -32,6 +33,13 @@ void read_names(profile_input& profile, call_table& calls) {
         }
         if (std::any_of(line.begin(), line.end(), [](char c) { return static_cast<unsigned char>(c) < ' '; })) {
             profile.fail("a control character: a list of names is text, one a line");
+        }
+        // Demangled names, "f(int, T<char>)" or "f [clone .cold]", hold blanks, too.
+        if (line.starts_with(order_line_start)) {
+            profile.fail("a line of an order file, which needs no import: give it to ordwell-export");
+        }
+        if (line.find(' ') != std::string_view::npos && line.find_first_of("(<[") == std::string_view::npos) {
+            profile.fail("more than a name: a list has one a line and nothing else");
         }
         const call_table::function f = calls.named(line);
         calls.note_first_run(f);

@@ -100,12 +100,18 @@ std::string to_json(const report_result& result) {
     if (result.order.has_value()) {
         order = order_of(*result.order);
     }
+    ordered_json first_run = nullptr;
+    if (result.first_run.has_value()) {
+        first_run = {
+            {"path", result.request.first_run}, {"names", result.first_run->names}, {"found", result.first_run->found}};
+    }
     const ordered_json json = {
         {"format", 2},
         {"tool", {{"name", "ordwell-report"}, {"version", ORDWELL_VERSION}}},
         {"binary", file_of(result.binary)},
         {"baseline", std::move(baseline)},
         {"order", std::move(order)},
+        {"first_run", std::move(first_run)},
         {"calls",
          {{"paths", result.request.calls},
           {"rows", result.calls.rows},

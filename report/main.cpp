@@ -64,6 +64,12 @@ int report(const CLI::App& command_line, const report_request& request, const ou
     standard_output.write(text);
     standard_output.finish();
 
+    if (result.first_run.has_value() && result.first_run->is_doubtful()) {
+        say(command_line, request.first_run + ": " + request.binary + " has only " +
+                              std::to_string(result.first_run->found) + " of its " +
+                              std::to_string(result.first_run->names) +
+                              " functions: give the first run of this program, imported with --binary");
+    }
     int status = 0;
     for (const gate& gate : result.gates) {
         if (!gate.met) {

@@ -136,6 +136,9 @@ report_result make_report(const report_request& request) {
         std::max(pages_per_cell(code), baseline_code.has_value() ? pages_per_cell(*baseline_code) : 1);
     layout_meter meter(code, read_ahead);
     result.binary = measure_binary(request.binary, functions, code, meter, first_run, cell_pages);
+    if (first_names.has_value()) {
+        result.first_run = {first_names->names.size(), result.binary.first_names.size()};
+    }
     if (baseline_code.has_value()) {
         layout_meter baseline_meter(*baseline_code, read_ahead);
         result.baseline = measure_binary(request.baseline, *baseline_functions, *baseline_code, baseline_meter,

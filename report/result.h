@@ -51,10 +51,19 @@ struct candidate {
     figures layout;
 };
 
+/// The list of first executions.
+struct first_run_facts {
+    std::uint64_t names = 0; ///< each once
+    std::uint64_t found = 0; ///< of them, functions of the binary
+    /// Whether most are not of the binary: the list of another program, or of all objects of the run.
+    bool is_doubtful() const { return found < names - found; }
+};
+
 struct report_result {
     report_request request;
     call_facts calls;
     std::optional<placement> order;
+    std::optional<first_run_facts> first_run;
     verdict judgement;
     measured_binary binary;
     std::optional<measured_binary> baseline;

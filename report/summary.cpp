@@ -157,5 +157,8 @@ table order_table(const placement& order) {
 std::string calls_line(const report_result& result) {
     return counted(result.calls.total, "call") + " in " + counted(result.calls.rows, "row") + ", " +
            (result.calls.covered.has_value() ? format_percent(*result.calls.covered) : "none") +
-           " of them between functions of the binary";
+           " of them between functions of the binary" +
+           (result.first_run.has_value() ? "; it has " + grouped(result.first_run->found) + " of the first run's " +
+                                               counted(result.first_run->names, "function")
+                                         : "");
 }

@@ -142,7 +142,9 @@ TEST(Export, SaysWhatIsWrong) {
         folder.write("bad", order_of("f") + line + "\n" + order_of("g"));
         const outcome ran = folder.run("ordwell-export --linker=lld -o old bad; s=$?; cat old; exit $s");
         EXPECT_EQ(ran.status, 1) << line;
-        EXPECT_EQ(ran.out + ran.err, "kept\nordwell-export: bad:2: not a line of an order file\n") << line;
+        EXPECT_EQ(ran.out + ran.err,
+                  "kept\nordwell-export: bad:2: not a line of an order file: give the file that ordwell wrote\n")
+            << line;
     }
     EXPECT_EQ(folder.run("ordwell-export --linker=lld gone").err, "ordwell-export: gone: No such file or directory\n");
     EXPECT_EQ(folder.run("ordwell-export --linker=gold --objects=order order").err,

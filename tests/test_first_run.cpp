@@ -33,7 +33,7 @@ TEST_F(FirstRun, ByHand) {
         {head + "part: 1\nfn=f\n1 1\n\npart: 1\nthread: 2\nfn=g\n1 1\n",
          "ordwell-import: p: one part only, which does not tell when functions ran: record with valgrind "
          "--tool=callgrind "
-         "--dump-every-bb=20000 --combine-dumps=yes\n"},
+         "--dump-every-bb=2000 --combine-dumps=yes\n"},
         {"app 1 1.5: 1 c: \n\t 11 g+0x3 (/a)\n\t 12 f+0x3 (/a)\n\napp 1 1.6: 1 c: \n\t 13 h+0x3 (/a)\n\t 11 f+0x3 "
          "(/a)\n\n",
          "f g h "},
@@ -51,8 +51,15 @@ TEST_F(FirstRun, ByHand) {
     folder.write("names", "k\r\nf\n\nnew\nf");
     EXPECT_EQ(order_of("--format=names -o rows names"), "k f new ");
     EXPECT_EQ(folder.read("rows"), "\"caller\",\"callee\",\"weight\"\nk,k,1\nf,f,1\nnew,new,1\n");
-    folder.write("q", "f\n\177ELF\2\n");
-    EXPECT_TRUE(order_of("--format=names q").starts_with("ordwell-import: q:2: a control character"));
+    for (const auto& [list, told] : {std::pair{"f\n\177ELF\2\n", "2: a control character"},
+                                     {"f(int, int)\n--preferred_order=\"f\"\n", "2: a line of an order file"},
+                                     {"f\n401000 T f\n", "2: more than a name"}}) {
+        folder.write("q", list);
+        EXPECT_TRUE(order_of("--format=names q").starts_with("ordwell-import: q:"s + told)) << list;
+    }
+    folder.write("q", parts + "desc: Trigger: --dump-every-bb=2000\n");
+    EXPECT_TRUE(
+        folder.run("ordwell-import --first-run=cut q").err.starts_with("ordwell-import: q: the program's end is "));
     EXPECT_TRUE(
         order_of("--format=names p").starts_with("ordwell-import: p: no list of names, but of the format callgrind"));
     for (const auto& [format, profile] : {std::pair{"stacks", "a;b 1\n"},
@@ -89,11 +96,12 @@ TEST_F(FirstRun, OfAProgramAndThroughLinkers) {
     ASSERT_EQ(folder
                   .run("gcc -O1 -ffunction-sections -c p.c && gcc p.o -o app && for run in one two; do valgrind -q "
                        "--tool=callgrind "
-                       "--dump-every-bb=20000 --combine-dumps=yes --callgrind-out-file=$run ./app $arguments; "
+                       "--dump-every-bb=2000 --combine-dumps=yes --callgrind-out-file=$run ./app $arguments; "
                        "arguments=x; done")
                   .status,
               0);
     EXPECT_EQ(order_of("--binary=app one | sed 's/_[a-z_]* //g'"), expected);
+    EXPECT_TRUE(folder.run("ordwell-import --first-run=all one").err.ends_with("keep the program's with --binary\n"));
     EXPECT_EQ(order_of("--binary=app one two | sed 's/_[a-z_]* //g'"), expected + "f5 ");
     for (const auto& [linker, option] : {std::pair{"lld", "-Wl,--symbol-ordering-file="},
                                          {"gold", "-Wl,--section-ordering-file="},

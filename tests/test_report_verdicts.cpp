@@ -175,6 +175,15 @@ TEST_F(Verdict, ForetellsColdStarts) {
         EXPECT_TRUE(layouts["bound"]["cold_faults"].is_null());
         EXPECT_FALSE(layouts["random"]["deviation"]["cold_faults"].is_null());
     }
+    write_order("other", {"g1", "x", "y", "g1"});
+    EXPECT_EQ(
+        folder
+            .run("ordwell-report --calls=calls.csv --first-run=other --json=j g 2>&1 | grep -o 'it has.*\\|ordwell-.*'")
+            .out,
+        "it has 1 of the first run's 3 functions\n"
+        "ordwell-report: other: g has only 1 of its 3 functions: give the first run of this program, imported with "
+        "--binary\n");
+    EXPECT_EQ(json::parse(folder.read("j"))["first_run"].dump(), R"({"found":1,"names":3,"path":"other"})");
     // An order of the first execution makes the same start one of reading ahead.
     const json turned = report("--first-run=backward --candidate=backward g")["layouts"];
     EXPECT_EQ(turned["candidates"][0]["cold_faults"], 2);
