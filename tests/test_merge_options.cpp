@@ -133,7 +133,7 @@ TEST(Export, RendersSettings) {
     EXPECT_EQ(classes, "0,04567,067,0123,04567,0,045,06,,0,0,,");
 }
 
-TEST(Export, DumpsSettings) {
+TEST_F(MergeOptions, DumpsSettings) {
     open_options options = with("-oa -ob");
     EXPECT_EQ(printed([&] { options.dump(0); }), "--preferred_order_file     STRING LIST ARG: a b\n");
     options.clearopt(order_file);
@@ -147,6 +147,16 @@ TEST(Export, DumpsSettings) {
               "--emit_warnings_as_errors  not seen  disabled  NO ARGS\n"
               "--preferred_order_file     SEEN      disabled  STRING LIST ARG: <arg not provided>\n"
               "--toolversion              not seen  disabled  NO ARGS\n");
+    open_options without_argument;
+    without_argument.setopt_internal(wrap);
+    std::string types;
+    for (const int type : {-1, 1, 2, 3, 6, 7, 8}) {
+        open_options::parm_type[wrap] = type;
+        const std::string line = printed([&] { without_argument.dump(0); });
+        types += line.substr(27, line.find_first_of(":>") - 27) + ",";
+    }
+    EXPECT_EQ(types,
+              "<UNKNOWN TYPE!?!?,STRING ARG,NUMBER ARG,HEXNUM ARG,NUMBER LIST ARG,ONEOF LIST ARG,<UNKNOWN TYPE!?!?,");
 }
 
 TEST_F(MergeOptions, ComparesArguments) {
