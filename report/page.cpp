@@ -3,7 +3,7 @@
 //
 //     <!--[headline]-->sample<!--[/headline]-->    becomes what fill_in("headline", ...) brings
 //
-// The pictures are in report/page_pictures.cpp. A page has at most some 1.3 MB: maps have at most 3,000 cells, lists at
+// The pictures are in report/page_pictures.cpp. A page has at most some 1.4 MB: maps have at most 3,000 cells, lists at
 // most 200 lines, and names are cut.
 #include "report/page_html.h" // made from report/page.html by cmake/embed.cmake
 #include "report/page_pictures.h"
@@ -15,7 +15,8 @@
 namespace {
 
 constexpr std::size_t most_listed = 200;
-constexpr std::size_t longest_name = 120; // characters
+constexpr std::size_t longest_name = 120;    // characters
+constexpr std::size_t longest_missing = 300; // bytes
 
 std::string escaped(std::string_view bytes) {
     return html_text(printable(bytes));
@@ -149,7 +150,7 @@ std::string missing_html(const placement& order) {
         "<th scope=\"col\">Reason</th></tr></thead>\n<tbody>\n";
     for (std::size_t i = 0; i < std::min(order.missing.size(), most_listed); ++i) {
         const missing_name& name = order.missing[i];
-        html += "<tr><td>" + html_text(shortened(readable_name(name.name), longest_name)) + "</td><td>" +
+        html += "<tr><td>" + name_html(name.name, longest_missing) + "</td><td>" +
                 html_text(missing_reasons[static_cast<std::size_t>(name.reason)].title) + "</td></tr>\n";
     }
     html += "</tbody></table></div>\n";

@@ -151,6 +151,17 @@ std::string html_text(std::string_view text) {
     return result;
 }
 
+std::string name_html(std::string_view name, std::size_t most) {
+    const std::string text = readable_name(name);
+    for (std::size_t characters = most; characters > 4; characters = characters * 2 / 3) {
+        std::string html = html_text(shortened(text, characters));
+        if (html.size() <= most) {
+            return html;
+        }
+    }
+    return html_text(shortened(text, 4));
+}
+
 std::string markdown_text(std::string_view text) {
     constexpr std::string_view markup = "\\`*{}[]<>()#+!|~&@$^=";
     const auto is_word = [&](std::size_t at) {

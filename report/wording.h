@@ -33,5 +33,8 @@ std::string shortened(const std::string& text, std::size_t most);
 /// Printable text as it stands in HTML and SVG.
 std::string html_text(std::string_view text);
 
+/// A function's name in its readable form as it stands in HTML, in at most so many bytes of it.
+std::string name_html(std::string_view name, std::size_t most);
+
 /// Printable text as it stands in a line or a table cell of Markdown.
 std::string markdown_text(std::string_view text);

@@ -65,7 +65,7 @@ std::string flag_with_value(const CLI::App& command_line, std::span<const std::s
         if (word == "--") {
             break;
         }
-        const std::string name = word.substr(0, word.find('='));
+        std::string name = word.substr(0, word.find('='));
         const CLI::Option* const option = word.starts_with("--") ? command_line.get_option_no_throw(name) : nullptr;
         if (name.size() < word.size() && option != nullptr && option->get_items_expected_max() == 0) {
             return name;

@@ -31,7 +31,7 @@ std::string folder_of(const std::string& path) {
 std::string resolved(std::string path) {
     constexpr int most_links = 40; // as many as the system follows
     for (int links = 0; links < most_links; ++links) {
-        if (const std::string real = real_path(path); !real.empty()) {
+        if (std::string real = real_path(path); !real.empty()) {
             return real;
         }
         std::array<char, PATH_MAX> text;

@@ -116,6 +116,33 @@ TEST_F(ReportProgram, ShowsNamesOfAnyBytes) {
               "</script><b>&amp;|`*\x1b[2J\xef\xbf\xbd\xe2\x80\xae");
 }
 
+// The largest page there is: two maps of 3,000 cells, names that are long in HTML, a fault for each function.
+TEST(ReportPage, StaysSmall) {
+    const scratch_folder folder;
+    std::string assembly;
+    std::string rows;
+    std::string order;
+    for (int i = 0; i < 3000; ++i) {
+        const std::string name = std::string(180, '&') + std::to_string(i);
+        assembly += ".globl \"" + name + "\"\n.type \"" + name + "\",@function\n\"" + name +
+                    "\": .skip 4096\n.size \"" + name + "\",4096\n";
+        rows += name + "," + std::string(180, '&') + "0," + std::to_string(4294967295U - static_cast<unsigned int>(i)) +
+                "\n";
+        order.insert(0, order_lines({name, name + "gone"}));
+    }
+    folder.write("a.s", assembly);
+    folder.write("calls.csv", csv(rows));
+    folder.write("order", order);
+    EXPECT_EQ(
+        folder
+            .run("as a.s -o a.o && ld -e 0 -Ttext=0xffffffff81000000 a.o -o a && ordwell-report --calls=calls.csv "
+                 "--order=order --first-run=order --read-ahead=4 --html=h a a >/dev/null && grep -c '<path "
+                 "d=.*title>0x' h")
+            .out,
+        "6000\n");
+    EXPECT_LT(folder.read("h").size(), 1500000U);
+}
+
 // What is written where, by table: the files afterwards, with their contents' first word.
 TEST_F(ReportProgram, WritesFilesSafely) {
     folder.run("echo old >j; chmod 604 j; echo old >m; ln -s m link; ln p hard; ln -s p soft; mkdir d");
