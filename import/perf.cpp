@@ -76,6 +76,9 @@ public:
             profile_.fail(std::string("the field sym is missing: ") + advice);
         }
         end_events();
+        if (!has_calls_ && sample_count_ != 0) {
+            calls_.tell(profile_.name() + ": no call chains, so functions get rows to themselves: perf record with -g");
+        }
         if (calls_.keeps_first_run()) {
             if (!has_times_) {
                 throw failure(profile_.name(),
@@ -114,9 +117,6 @@ private:
         if (rlimit limit{}; getrlimit(RLIMIT_AS, &limit) == 0 && limit.rlim_cur != RLIM_INFINITY) {
             calls_.tell(profile_.name() +
                         ": memory is limited (ulimit -v), and perf leaves out in silence what has no room");
-        }
-        if (perf.has_places_only()) {
-            calls_.tell(profile_.name() + ": no call chains, so functions get rows to themselves: perf record with -g");
         }
     }
 
@@ -382,6 +382,7 @@ private:
     }
 
     void end_sample() {
+        has_calls_ |= has_branches_ || frames_.size() > 1;
         if (calls_.keeps_first_run()) { // what is oldest or furthest out ran first
             for (auto b = branches_.rbegin(); b != branches_.rend(); ++b) {
                 calls_.note_first_run(b->from);
@@ -439,6 +440,7 @@ private:
     std::vector<branch> branches_;             ///< calls
     std::uint64_t process_ = 0;                ///< 0: not known
     bool has_sample_ = false;                  ///< whether there is one
+    bool has_calls_ = false;                   ///< whether any sample had a chain or branches
     bool has_branches_ = false;                ///< whether it has any branch, calls or not
     bool is_skipped_ = false;                  ///< of another event
     bool is_lone_number_ = false;              ///< its head is a number: a period, or an address without a symbol

@@ -208,7 +208,6 @@ open_file perf_data::print(bool with_time) {
     // --call-graph lbr takes the chains from branch records, which then are no branches.
     const bool has_branches =
         recorded.find("BRANCH_STACK") != std::string::npos && recorded.find("|CALL_STACK") == std::string::npos;
-    has_places_only_ = !has_branches && recorded.find("CALLCHAIN") == std::string::npos;
     const std::string listed = output_of({"perf", "buildid-list", "-f", "-i", path_});
     for (std::size_t start = 0; start < listed.size();) { // lines of build ID, blank, path
         const std::size_t end = std::min(listed.find('\n', start), listed.size());

@@ -37,8 +37,6 @@ public:
 
     /// The build IDs, in lower-case hexadecimal digits, and the paths of what has samples.
     const std::vector<std::pair<std::string, std::string>>& build_ids() const { return build_ids_; }
-    /// Whether samples are places alone, without call chains and branch records.
-    bool has_places_only() const { return has_places_only_; }
 
 private:
     void check_size() const;
@@ -50,5 +48,4 @@ private:
     open_file copy_;
     pid_t process_ = -1;
     std::vector<std::pair<std::string, std::string>> build_ids_;
-    bool has_places_only_ = false;
 };

@@ -56,6 +56,7 @@ constexpr recognised known[] = {
     {0, "--- symbol\n"sv, "output of pprof --raw: give the profile that it was made of"sv},
     {0, "---\nheader:"sv, "YAML of perf2bolt: let it write fdata, without -w and -profile-format=yaml"sv},
     {0, "--preferred_order="sv, "an order that ordwell made of a profile: give the profile"sv},
+    {0, "desc: I1 cache:"sv, "what cachegrind wrote, which knows no calls: record with valgrind --tool=callgrind"sv},
     {0, "\xff\xfe"sv, of_text},
     {0, "\xfe\xff"sv, of_text},
     {0, "\xef\xbb\xbf"sv, "text with a byte order mark, which is no part of a profile: save it without"sv},

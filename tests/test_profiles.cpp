@@ -176,7 +176,7 @@ TEST_F(Profiles, WhatIsNoneIsToldWithTheWayOut) {
                 R"(echo 'int main() { return 0; }' >c.c && clang -fprofile-instr-generate -O1 c.c -o app && LLVM_PROFILE_FILE=p.profraw ./app
         llvm-profdata merge -o p.profdata p.profraw; gcc --coverage c.c -o c && ./c && mv *.gcda p.gcda
         echo 'a b 1' >p.pairs; tar cf p.tar p.pairs; gzip -c p.tar >p.tgz; iconv -t UTF-16 p.pairs >p.utf16; printf '{"a": 1}' >p.json
-        printf '<!DOCTYPE html>' >p.html; printf 'PKxxxx' >p.zip; echo 'heap profile: 1: 2' >p.heap; echo '--preferred_order="f"' >p.cmd; printf '\177ELF\2\1\1\0\0\0\0\0\0\0\0\0\4\0' >p.core)")
+        printf '<!DOCTYPE html>' >p.html; printf 'PKxxxx' >p.zip; echo 'heap profile: 1: 2' >p.heap; echo '--preferred_order="f"' >p.cmd; valgrind -q --tool=cachegrind --cachegrind-out-file=p.cache ./c; printf '\177ELF\2\1\1\0\0\0\0\0\0\0\0\0\4\0' >p.core)")
             .status,
         0);
     for (const auto& [profile, told] : {std::pair{"p.profraw", "llvm-profdata"},
@@ -191,6 +191,7 @@ TEST_F(Profiles, WhatIsNoneIsToldWithTheWayOut) {
                                         {"p.zip", "unpack it"},
                                         {"p.heap", "CPU profile"},
                                         {"p.cmd", "an order"},
+                                        {"p.cache", "--tool=callgrind"},
                                         {"p.utf16", "iconv"}}) {
         EXPECT_NE(failing("-o old "s + profile).find(told), std::string::npos) << profile;
         EXPECT_NE(failing("- <"s + profile).find(told), std::string::npos) << profile;
