@@ -142,6 +142,7 @@ TEST_F(Options, GroupsByClass) {
     EXPECT_EQ(options.testclass(static_cast<option_obj::class_id>(5)), 3);
     EXPECT_EQ(options.testclass(static_cast<option_obj::class_id>(6)), 2);
     EXPECT_EQ(options.testclass(option_obj::class_all), 0);
+    options.setopt(option_obj::class_all); // has no members
     EXPECT_EQ(options.history_text(), "1= 4= 6= ");
     options.clearopt(static_cast<option_obj::class_id>(6)); // options 1, 2, 4 and 7
     EXPECT_EQ(options.testclass(static_cast<option_obj::class_id>(4)), 1);
