@@ -43,6 +43,12 @@ called_code find_code(const std::string& path, const function_table& functions, 
     return code;
 }
 
+// Whether an order is in a binary beyond doubt: few functions may stand so by chance.
+bool stands(const placement& order) {
+    constexpr std::uint64_t enough = 8;
+    return order.counted() >= enough && 20 * order.in_order >= 19 * order.counted();
+}
+
 // The first places of the functions of a list that a binary has, in the list's order.
 std::vector<extent> first_places(const name_list& list, std::vector<std::string>& names) {
     std::vector<extent> places;
@@ -111,13 +117,17 @@ report_result make_report(const report_request& request) {
     }
     result.calls = {calls.row_count(), code.all_calls, percent_of(code.inner_calls, code.all_calls)};
 
+    bool is_in_baseline = false;
     if (!request.order.empty()) {
-        result.order = find_placement(read_order(request.order), functions,
-                                      baseline_functions.has_value() ? &*baseline_functions : nullptr);
+        const std::vector<std::string> names = read_order(request.order);
+        const function_table* const baseline = baseline_functions.has_value() ? &*baseline_functions : nullptr;
+        result.order = find_placement(names, functions, baseline);
         result.order->path = request.order;
+        is_in_baseline = baseline != nullptr && !stands(*result.order) && result.order->found != 0 &&
+                         stands(find_placement(names, *baseline, nullptr));
     }
-    result.judgement =
-        judge({result.order.has_value() ? &*result.order : nullptr, request.binary, code.inner_calls, code.all_calls});
+    result.judgement = judge({result.order.has_value() ? &*result.order : nullptr, request.binary, code.inner_calls,
+                              code.all_calls, is_in_baseline});
 
     std::optional<first_run_list> first_run;
     std::optional<std::uint64_t> read_ahead;

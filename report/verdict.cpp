@@ -161,6 +161,9 @@ verdict judge(const verdict_facts& facts) {
             explain_partly(*facts.order, result);
         }
     }
+    if (facts.is_in_baseline) {
+        result.advice = "Give the two programs the other way round: the order is in the baseline";
+    }
     const std::uint64_t all = facts.all_calls;
     if (all != 0 && facts.inner_calls < all / 100 * enough_covered + (all % 100 * enough_covered + 99) / 100) {
         result.why += "; only " + format_percent(std::floor(*percent_of(facts.inner_calls, all) * 10) / 10) +

@@ -81,6 +81,8 @@ TEST_F(Verdict, TookWithEveryLinker) {
         const outcome text = folder.run("ordwell-report --calls=calls.csv --order=order p");
         EXPECT_NE(text.out.find("\nin order "), std::string::npos);
         EXPECT_EQ(word("--order=order plain"), "did_not_take");
+        EXPECT_EQ(report("--order=order plain p")["verdict"]["advice"],
+                  "Give the two programs the other way round: the order is in the baseline");
     }
     EXPECT_EQ(word("plain"), "none");
 }
