@@ -65,7 +65,10 @@ public:
 
     /// Brings what name() will give of a function into the cache, in two steps: first where its bytes are, then they.
     void prefetch_name(std::uint32_t function) const { prefetch_line(&names_[function]); }
-    void prefetch_name_bytes(std::uint32_t function) const { prefetch_line(names_[function].data()); }
+    void prefetch_name_bytes(std::uint32_t function) const {
+        prefetch_line(names_[function].data());
+        prefetch_line(names_[function].data() + names_[function].size());
+    }
 
     /// The function of a name, or no_index.
     std::uint32_t find(std::string_view name) const;

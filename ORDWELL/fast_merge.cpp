@@ -86,9 +86,8 @@ private:
 };
 
 merger::merger(call_profile& profile)
-    : groups_(profile.function_count()), pairs_(profile, edges_),
-      places_(edges_, profile.edges().size(), groups_.size()), queue_(profile.edges()),
-      incidence_(profile.edges(), groups_), links_(groups_.size()),
+    : groups_(profile.function_count()), pairs_(profile, edges_), places_(edges_, profile.edges().size(), groups_),
+      queue_(profile.edges()), incidence_(profile.edges(), groups_), links_(groups_.size()),
       lookahead_(queue_, edges_, groups_, incidence_, pairs_, links_) {
     edges_.reserve(profile.edges().size());
     for (const call_edge& e : profile.edges()) {
@@ -119,6 +118,7 @@ function_layout merger::run() {
         }
         merge(heaviest);
     }
+    edges_ = huge_vector<edge>(); // all gone: their room is the layout's
     return write_layout();
 }
 

@@ -1,13 +1,11 @@
 #include "ORDWELL/fast_merge_places.h"
 
 #include "support/assertion.h"
-#include "support/memory.h"
 
 #include <utility>
 
-edge_places::edge_places(huge_vector<edge>& edges, std::size_t edge_count, std::size_t groups)
-    : edges_(edges), moves_(groups),
-      moved_(static_cast<std::int32_t*>(safecalloc(edge_count + 1, sizeof(std::int32_t))), std::free),
+edge_places::edge_places(huge_vector<edge>& edges, std::size_t edge_count, huge_vector<group>& groups)
+    : edges_(edges), groups_(groups), last_moves_(groups.size(), -1), moved_(edge_count),
       clock_(static_cast<std::int32_t>(edge_count)) {
     internal_assert(edge_count < order_limit, "ORDWELL/fast_merge_places", "edge_places", "edge count < 2^30");
 }
@@ -63,17 +61,17 @@ void edge_places::note(std::uint32_t number, std::uint32_t end) {
 // Lists an edge among a group's strays, if the group keeps such a list.
 void edge_places::note_stray(std::uint32_t number, std::uint32_t of) {
     if (has_moved(of)) {
-        strays_[moves_[of].strays].numbers.push_back(number);
+        strays_of(of).numbers.push_back(number);
         ++work_;
     }
 }
 
 void edge_places::move_all_to_back(std::uint32_t group, std::span<const std::uint32_t> numbers) {
     if (!has_moved(group)) {
-        moves_[group].strays = static_cast<std::uint32_t>(strays_.size());
+        groups_[group].strays = static_cast<std::uint32_t>(strays_.size());
         strays_.emplace_back();
     }
-    const std::vector<std::uint32_t> listed = std::exchange(strays_[moves_[group].strays].numbers, {});
+    const std::vector<std::uint32_t> listed = std::exchange(strays_of(group).numbers, {});
     moving_.clear();
     for (const std::span<const std::uint32_t> looked_at : {numbers, std::span<const std::uint32_t>(listed)}) {
         visit_live(edges_, looked_at, [&](std::uint32_t number, const edge& e) {
@@ -90,29 +88,28 @@ void edge_places::move_all_to_back(std::uint32_t group, std::span<const std::uin
             adopt(s, group);
         }
     }
-    internal_assert(strays_[moves_[group].strays].front_sequence > -order_limit, "ORDWELL/fast_merge_places",
-                    "move_all_to_back", "sequence > -2^30");
-    moves_[group].last = next_time();
+    internal_assert(strays_of(group).front_sequence > -order_limit, "ORDWELL/fast_merge_places", "move_all_to_back",
+                    "sequence > -2^30");
+    last_moves_[group] = next_time();
 }
 
 // Makes a stray follow a group that is about to move.
 void edge_places::adopt(const stray& s, std::uint32_t group) {
     edge& e = edges_[s.number];
-    const group_moves& moves = moves_[group];
-    const bool is_older = s.at.moved < moves.last;
+    const bool is_older = s.at.moved < last_moves_[group];
     if (!is_stray(e, s.neighbour)) {
-        if (!is_older && s.at.moved == moves_[s.neighbour].last) {
+        if (!is_older && s.at.moved == last_moves_[s.neighbour]) {
             e.order = joint;
             return;
         }
         note_stray(s.number, s.neighbour);
     }
     e.set_first_end(group);
-    e.order = order_of(is_older ? --strays_[moves.strays].front_sequence : s.at.moved, true);
+    e.order = order_of(is_older ? --strays_of(group).front_sequence : s.at.moved, true);
 }
 
 void edge_places::forget(std::uint32_t group) {
     if (has_moved(group)) {
-        strays_[moves_[group].strays] = {};
+        strays_of(group) = {};
     }
 }

@@ -35,16 +35,16 @@
 #pragma once
 
 #include "ORDWELL/fast_merge_edges.h"
+#include "ORDWELL/fast_merge_group.h"
 #include "ORDWELL/fast_merge_queue.h"
 
 #include <algorithm>
-#include <cstdlib>
-#include <memory>
+#include <cstdint>
 
 class edge_places {
 public:
     /// The edges, in creation order, are those that `edges` will have; none follows a group that is not its first end.
-    edge_places(huge_vector<edge>& edges, std::size_t edge_count, std::size_t groups);
+    edge_places(huge_vector<edge>& edges, std::size_t edge_count, huge_vector<group>& groups);
 
     /// What an edge's order is at the start, when the edges before it are so many.
     static std::uint32_t order_at_start(std::uint32_t number) {
@@ -58,9 +58,9 @@ public:
         if ((e.order & 1U) == 0) {
             return {moved_[number], sequence};
         }
-        const std::int32_t last = moves_[e.first_end()].last;
+        const std::int32_t last = last_moves_[e.first_end()];
         if (e.order == joint) {
-            const std::int32_t other = moves_[e.end[1]].last;
+            const std::int32_t other = last_moves_[e.end[1]];
             return {std::max(last, other), std::min(last, other)};
         }
         return {std::max(last, sequence), sequence};
@@ -68,7 +68,7 @@ public:
 
     /// Makes the first end of an edge what it is: a joint edge has that end first which moved later.
     void settle_first_end(edge& e) const {
-        if (e.order == joint && moves_[e.end[0]].last < moves_[e.end[1]].last) {
+        if (e.order == joint && last_moves_[e.end[0]] < last_moves_[e.end[1]]) {
             e.set_first_end(e.end[1]);
         }
     }
@@ -83,7 +83,7 @@ public:
     void note(std::uint32_t number, std::uint32_t end);
 
     /// Whether all edges of a group have moved to the back together before.
-    bool has_moved(std::uint32_t group) const { return moves_[group].strays != no_index; }
+    bool has_moved(std::uint32_t group) const { return last_moves_[group] >= 0; }
     /// Moves all edges of a group to the back in their order, as edges whose first end it is. These edges are looked
     /// at as well as the listed strays; the first time they must be all.
     void move_all_to_back(std::uint32_t group, std::span<const std::uint32_t> numbers);
@@ -94,11 +94,6 @@ public:
     std::uint64_t work() const { return work_; }
 
 private:
-    /// The moves of a group.
-    struct group_moves {
-        std::int32_t last = -1;          ///< when all its edges last moved to the back
-        std::uint32_t strays = no_index; ///< index of its list of strays, once it has moved
-    };
     /// The strays of a group that has moved.
     struct stray_list {
         std::vector<std::uint32_t> numbers; ///< of all, and of some that are not strays any more
@@ -124,14 +119,14 @@ private:
         return e.order != joint && ((e.order & 1U) == 0 || e.first_end() != of);
     }
     void note_stray(std::uint32_t number, std::uint32_t of);
+    stray_list& strays_of(std::uint32_t group) { return strays_[groups_[group].strays]; }
     void adopt(const stray& s, std::uint32_t group);
     std::int32_t next_time();
 
     huge_vector<edge>& edges_;
-    huge_vector<group_moves> moves_; ///< by group
-    /// When each edge that follows no one last moved; for others without meaning. Its pages exist only where it is
-    /// used.
-    std::unique_ptr<std::int32_t[], void (*)(void*)> moved_;
+    huge_vector<group>& groups_;
+    huge_vector<std::int32_t> last_moves_; ///< by group: when all its edges last moved to the back; -1: never
+    huge_vector<std::int32_t> moved_; ///< when each edge that follows no one last moved; for others without meaning
     std::vector<stray_list> strays_;
     std::int32_t clock_;        ///< the next unused time and sequence number
     std::vector<stray> moving_; ///< scratch of one move

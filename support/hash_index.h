@@ -85,7 +85,7 @@ public:
 
     /// Forgets all numbers and makes room for so many.
     void reset(std::size_t numbers) {
-        buckets_ = {}; // first, so that there are not two of them
+        buckets_ = huge_vector<bucket>(); // first, so that there are not two of them
         buckets_ = huge_vector<bucket>(numbers / 9 + 1);
         size_ = 0;
     }
