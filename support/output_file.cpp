@@ -13,6 +13,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <filesystem>
+#include <fstream>
 #include <optional>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -60,6 +62,16 @@ std::optional<std::pair<dev_t, ino_t>> identity(const std::string& name, int sta
         return std::nullopt;
     }
     return std::pair(properties.st_dev, properties.st_ino);
+}
+
+// Whether a program, an object or an archive stands there, which nobody means to replace by a text.
+bool is_binary(const std::string& name) {
+    std::error_code ignored;
+    std::string start(8, '\0');
+    if (std::filesystem::is_regular_file(name, ignored)) {
+        std::ifstream(name, std::ios::binary).read(start.data(), static_cast<std::streamsize>(start.size()));
+    }
+    return start.starts_with("\177ELF") || start == "!<arch>\n" || start == "!<thin>\n";
 }
 
 // Where a file that is not there yet will be made, its folder without links; empty for a file that exists.
@@ -227,6 +239,9 @@ void check_outputs(const std::vector<std::string>& outputs, const std::vector<st
         }
         if (std::any_of(inputs.begin(), inputs.end(), is_read)) {
             throw failure(*output, "is an input as well: write to another file");
+        }
+        if (is_binary(*output)) {
+            throw failure(*output, "is a program, an object or an archive: write to another file");
         }
         if (std::any_of(output + 1, outputs.end(), is_it)) {
             throw failure(*output, "is named for two outputs: give each a file of its own");

@@ -66,5 +66,6 @@ inline void finish_together(std::initializer_list<output_file*> files) {
 bool is_same_output(const std::string& output, const std::string& other_output);
 bool is_output_of_input(const std::string& output, const std::string& input);
 
-/// Throws `failure` when an output is one of the inputs or another output. Names that are empty stand for nothing.
+/// Throws `failure` when an output is one of the inputs, another output, or a program, object or archive. Names that are
+/// empty stand for nothing.
 void check_outputs(const std::vector<std::string>& outputs, const std::vector<std::string>& inputs);

@@ -50,6 +50,9 @@ TEST(OutputFiles, AreNeitherInputsNorEachOther) {
         EXPECT_TRUE(refuses(name, "", "a") && refuses("a", "", name) && refuses("x", name, "a")) << name;
         EXPECT_TRUE(refuses("a", name, "")) << name;
     }
+    folder.write("program", "\177ELF\2");
+    folder.write("archive", "!<arch>\n");
+    EXPECT_TRUE(refuses("program", "", "a") && refuses("archive", "", ""));
     EXPECT_TRUE(refuses("new", "here/new", ""));
     EXPECT_FALSE(refuses("new", "d/../old", "a") || refuses("", "", "") ||
                  refuses("/dev/null", "/dev/null", "/dev/null"));
