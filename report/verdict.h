@@ -22,7 +22,7 @@ struct verdict_facts {
     std::string binary;     ///< path
     std::uint64_t inner_calls;
     std::uint64_t all_calls;
-    bool is_in_baseline; ///< whether the order is in the baseline instead
+    bool is_in_baseline = false; ///< whether the order is in the baseline instead
 };
 
 /// A verdict as it is said: plain words without a point at the end; names and paths are bytes as they came.

@@ -37,7 +37,7 @@ void report_on(const std::string& path) {
     result.binary.map = map_code(code, meter.heat(), pages_per_cell(code));
     result.random = measure_random(code, meter, {}, 1);
     result.bound = bound_of(result.binary.layout);
-    result.candidates.push_back({path, meter.measure(predict(code, list, nullptr))});
+    result.candidates.push_back({path, result.order->found, meter.measure(predict(code, list, nullptr))});
     const auto pages = [](const figures& layout) { return *layout[figure::pages_4k]; };
     require(pages(result.bound) <= pages(result.random.mean) &&
                 pages(result.bound) <= pages(result.candidates[0].layout),
