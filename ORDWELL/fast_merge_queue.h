@@ -46,7 +46,8 @@ class edge_queue {
 public:
     /// Starts with these edges, numbered by their order.
     explicit edge_queue(std::span<const call_edge> edges)
-        : first_ends_(bucket_count), first_(edges.size()), added_(bucket_count) {
+        : first_ends_(bucket_of(weight_of_all(edges)) + 1), first_(edges.size()), added_(first_ends_.size()),
+          open_bucket_(first_ends_.size()) {
         for (const call_edge& e : edges) {
             ++first_ends_[bucket_of(e.weight)];
         }
@@ -114,10 +115,18 @@ public:
 private:
     // Weights below 512 have a bucket each, others share one with those of the same first nine binary digits. Heavier
     // weights have higher buckets.
-    static constexpr std::size_t bucket_count = std::size_t{25} * 256;
     static std::size_t bucket_of(std::uint32_t weight) {
         const auto shift = static_cast<unsigned int>(std::max(static_cast<int>(std::bit_width(weight)) - 9, 0));
         return std::size_t{shift} * 256 + (weight >> shift);
+    }
+
+    // What no edge, however much is folded into it, can exceed.
+    static std::uint32_t weight_of_all(std::span<const call_edge> edges) {
+        std::uint32_t sum = 0;
+        for (const call_edge& e : edges) {
+            sum = saturating_sum(sum, e.weight);
+        }
+        return sum;
     }
 
     // Takes the next bucket that is not empty to be worked off; false when there is none.
@@ -150,7 +159,7 @@ private:
     std::vector<std::uint32_t> first_ends_;         ///< where the buckets of the edges at the start end in first_
     huge_vector<std::uint32_t> first_;              ///< numbers of these, those gone or heavier now included
     std::vector<std::vector<std::uint32_t>> added_; ///< numbers of edges that came into a bucket since
-    std::size_t open_bucket_ = bucket_count;        ///< the bucket being worked off; lower ones wait
+    std::size_t open_bucket_;                       ///< the bucket being worked off; lower ones wait
     huge_vector<queue_entry> run_;                  ///< what is left of it, the next edge at the back
     std::priority_queue<queue_entry> heap_;         ///< added since, and not of a lower bucket
     bool has_advanced_ = false;
