@@ -364,8 +364,8 @@ int run_import(const CLI::App& command_line, const import_settings& chosen) {
         finish_together(together); // from here on no memory is taken: what is in place stays
     }
     folders.keep();
-    for (const std::string& line : lines) {
-        if (!chosen.is_quiet) {
+    if (!chosen.is_quiet) {
+        for (const std::string& line : lines) {
             say(command_line, line);
         }
     }

@@ -2,10 +2,10 @@
 // (llvm-readobj --cg-profile shows it). The counts come from an earlier, instrumented run of the program. Objects without
 // such counts, as of a source that no run came to, may be among them.
 #include "import/profile_format.h"
+#include "support/object_magic.h"
 
 bool is_objects(std::string_view head) {
-    return head.starts_with("\177ELF") || head.starts_with("!<arch>\n") || head.starts_with("!<thin>\n") ||
-           is_llvm_bitcode(head);
+    return starts_as_object(head) || is_llvm_bitcode(head);
 }
 
 void read_objects(profile_input& profile, call_table& calls) {

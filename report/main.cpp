@@ -25,10 +25,6 @@ struct outputs {
 
 constexpr int gate_missed = 3; // exit status
 
-bool is_standard_output(const std::string& path) {
-    return path == "-" || path == "/dev/stdout";
-}
-
 int report(const CLI::App& command_line, const report_request& request, const outputs& wanted,
            const std::string& command) {
     const std::string paths[] = {wanted.json, wanted.markdown, wanted.html};

@@ -44,9 +44,9 @@ called_code find_code(const std::string& path, const function_table& functions, 
 }
 
 // Whether an order is in a binary beyond doubt: few functions may stand so by chance.
-bool stands(const placement& order) {
+bool stands_surely(const placement& order) {
     constexpr std::uint64_t enough = 8;
-    return order.counted() >= enough && 20 * order.in_order >= 19 * order.counted();
+    return order.counted() >= enough && order.stands();
 }
 
 // The first places of the functions of a list that a binary has, in the list's order.
@@ -123,8 +123,8 @@ report_result make_report(const report_request& request) {
         const function_table* const baseline = baseline_functions.has_value() ? &*baseline_functions : nullptr;
         result.order = find_placement(names, functions, baseline);
         result.order->path = request.order;
-        is_in_baseline = baseline != nullptr && !stands(*result.order) && result.order->found != 0 &&
-                         stands(find_placement(names, *baseline, nullptr));
+        is_in_baseline = baseline != nullptr && !stands_surely(*result.order) && result.order->found != 0 &&
+                         stands_surely(find_placement(names, *baseline, nullptr));
     }
     result.judgement = judge({result.order.has_value() ? &*result.order : nullptr, request.binary, code.inner_calls,
                               code.all_calls, is_in_baseline});

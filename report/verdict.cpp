@@ -27,12 +27,10 @@ constexpr std::array<verdict_row, 7> rows = {{
      false, [](const placement* order) { return 2 * order->found < order->names; }},
     {"took", "took", "at least 95 % of the functions stand in order, and at least 95 % of the names are there",
      "Nothing needs to be done", true,
-     [](const placement* order) {
-         return 20 * order->in_order >= 19 * order->counted() && 20 * order->found >= 19 * order->names;
-     }},
+     [](const placement* order) { return order->stands() && 20 * order->found >= 19 * order->names; }},
     {"stale", "stale", "at least 95 % of the functions stand in order, but less than 95 % of the names are there",
      "Record a new profile: the program has changed since this one", false,
-     [](const placement* order) { return 20 * order->in_order >= 19 * order->counted(); }},
+     [](const placement* order) { return order->stands(); }},
     {"reversed", "reversed", "the functions stand in the order from its end to its start",
      "Turn the linker's list round: something on the way from ordwell to the linker reversed it", false,
      [](const placement* order) {

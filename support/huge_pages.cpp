@@ -6,21 +6,20 @@
 
 namespace {
 
-constexpr std::size_t page_size = std::size_t{2} << 20U;
-constexpr std::size_t arena_size = 8 * page_size; // of addresses: a page exists once something stands on it
+constexpr std::size_t arena_size = 8 * huge_page_size; // of addresses: a page exists once something stands on it
 
 // The pages that arrays share. It stands at the front of what it manages.
 using page_arena = boost::interprocess::rbtree_best_fit<boost::interprocess::null_mutex_family>;
 
 page_arena* make_arena() {
-    void* const addresses = mmap(nullptr, arena_size + page_size, PROT_READ | PROT_WRITE,
+    void* const addresses = mmap(nullptr, arena_size + huge_page_size, PROT_READ | PROT_WRITE,
                                  MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
     if (addresses == MAP_FAILED) {
         return nullptr;
     }
     char* const front =
-        static_cast<char*>(addresses) + (page_size - reinterpret_cast<std::uintptr_t>(addresses) % page_size);
-    madvise(front, arena_size - page_size, MADV_HUGEPAGE); // at its end the arena keeps a mark, on a usual page
+        static_cast<char*>(addresses) + (huge_page_size - reinterpret_cast<std::uintptr_t>(addresses) % huge_page_size);
+    madvise(front, arena_size - huge_page_size, MADV_HUGEPAGE); // at its end the arena keeps a mark, on a usual page
     return new (front) page_arena(arena_size, 0);
 }
 

@@ -13,6 +13,8 @@
 #include <sys/mman.h>
 #include <vector>
 
+inline constexpr std::size_t huge_page_size = std::size_t{2} << 20U; ///< bytes
+
 /// Bytes on pages that others share; null when there is no room, which is no error: any other memory will do.
 void* allocate_on_shared_pages(std::size_t bytes, std::size_t alignment) noexcept;
 /// Gives such bytes back; false when they are no such bytes.
@@ -48,11 +50,10 @@ struct huge_page_allocator {
     bool operator==(const huge_page_allocator&) const { return true; }
 
 private:
-    static constexpr std::size_t page_size = std::size_t{2} << 20U;
-    static constexpr std::align_val_t huge{page_size};
+    static constexpr std::align_val_t huge{huge_page_size};
     static constexpr std::align_val_t usual{std::max(alignof(T), alignof(std::max_align_t))};
-    static constexpr std::size_t smallest = 2 * page_size;   // bytes; below, half a page might stay empty
-    static constexpr std::size_t smallest_shared = 4 * 1024; // bytes; below, there is nothing to gain
+    static constexpr std::size_t smallest = 2 * huge_page_size; // bytes; below, half a page might stay empty
+    static constexpr std::size_t smallest_shared = 4 * 1024;    // bytes; below, there is nothing to gain
 };
 
 /// A vector on huge pages.

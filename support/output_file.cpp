@@ -2,6 +2,7 @@
 
 #include "support/failure.h"
 #include "support/memory.h"
+#include "support/object_magic.h"
 #include "support/real_path.h"
 #include "support/write_all.h"
 
@@ -71,7 +72,7 @@ bool is_binary(const std::string& name) {
     if (std::filesystem::is_regular_file(name, ignored)) {
         std::ifstream(name, std::ios::binary).read(start.data(), static_cast<std::streamsize>(start.size()));
     }
-    return start.starts_with("\177ELF") || start == "!<arch>\n" || start == "!<thin>\n";
+    return starts_as_object(start);
 }
 
 // Where a file that is not there yet will be made, its folder without links; empty for a file that exists.
@@ -87,7 +88,7 @@ std::string future_path(const std::string& name) {
 } // namespace
 
 output_file::output_file(const std::string& name) : name_(name) {
-    if (name.empty() || name == "-" || name == "/dev/stdout") { // opened again, that would not go on where others wrote
+    if (name.empty() || is_standard_output(name)) { // opened again, that would not go on where others wrote
         name_ = name == "/dev/stdout" ? name : "standard output";
         file_ = STDOUT_FILENO;
         return;
@@ -216,6 +217,10 @@ void finish_together(std::span<output_file* const> files) {
         throw;
     }
     for_each(is_standard, &output_file::close_file);
+}
+
+bool is_standard_output(const std::string& name) {
+    return name == "-" || name == "/dev/stdout";
 }
 
 bool is_same_output(const std::string& output, const std::string& other_output) {

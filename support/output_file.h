@@ -61,6 +61,9 @@ inline void finish_together(std::initializer_list<output_file*> files) {
     finish_together(std::span<output_file* const>(files.begin(), files.size()));
 }
 
+/// Whether a name stands for the process's standard output.
+bool is_standard_output(const std::string& name);
+
 /// Whether two names lead to one regular file, also by another path or a link, or would once it is made. "-" is the
 /// process's standard output as an output and its standard input as an input.
 bool is_same_output(const std::string& output, const std::string& other_output);
