@@ -1,6 +1,7 @@
 #include "ORDWELL/fast_merge_chains.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace {
 
@@ -56,12 +57,23 @@ void chain_links::connect(std::uint32_t name1, std::uint32_t name2) {
     links_[name2][links_[name2][0] == no_index ? 0 : 1] = name1;
 }
 
+// From both ends to the middle, since each step waits for memory.
 void chain_links::append_names(const chain& whole, std::vector<std::uint32_t>& names) const {
-    std::uint32_t previous = no_index;
-    for (std::uint32_t name = whole.head; name != no_index;) {
-        names.push_back(name);
-        const std::uint32_t next = links_[name][links_[name][0] == previous ? 1 : 0];
-        previous = name;
-        name = next;
+    const std::size_t begin = names.size();
+    names.resize(begin + whole.length);
+    const auto step = [this](std::uint32_t& name, std::uint32_t& previous) {
+        const std::array<std::uint32_t, 2>& neighbours = links_[name];
+        const std::uint32_t next = neighbours[neighbours[0] == previous ? 1 : 0];
+        previous = std::exchange(name, next);
+    };
+    std::uint32_t front = whole.head;
+    std::uint32_t back = whole.tail;
+    std::uint32_t before_front = no_index;
+    std::uint32_t behind_back = no_index;
+    for (std::size_t i = begin, j = names.size(); i < j;) {
+        names[i++] = front;
+        names[--j] = back;
+        step(front, before_front);
+        step(back, behind_back);
     }
 }
