@@ -25,8 +25,8 @@ struct edge_list {
 struct alignas(64) group {
     chain names;
     edge_list edges;
-    std::uint32_t label = 0;  ///< the vertex by which it survives; no_index: it is part of another group
-    std::uint32_t strays = 0; ///< its list of strays, once its edges have moved (ORDWELL/fast_merge_places.h)
+    std::uint32_t label = 0;         ///< the vertex by which it survives; no_index: it is part of another group
+    std::uint32_t strays = no_index; ///< its list of strays, once its edges have moved (ORDWELL/fast_merge_places.h)
 };
 static_assert(sizeof(group) == 64);
 

@@ -109,7 +109,7 @@ void edge_places::adopt(const stray& s, std::uint32_t group) {
 }
 
 void edge_places::forget(std::uint32_t group) {
-    if (has_moved(group)) {
+    if (groups_[group].strays != no_index) { // has moved, as is seen where the group is looked at anyway
         strays_of(group) = {};
     }
 }
