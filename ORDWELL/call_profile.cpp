@@ -15,16 +15,14 @@ call_profile::call_profile(const call_profile& other)
     : name_index_(other.name_index_), edges_(other.edges_), pair_index_(other.pair_index_),
       has_pair_index_(other.has_pair_index_), row_count_(other.row_count_),
       has_weightless_edge_(other.has_weightless_edge_) {
-    names_.reserve(other.names_.size());
-    for (const std::string_view name : other.names_) {
-        append_name(name);
+    handles_.reserve(other.handles_.size());
+    for (std::uint32_t function = 0; function < other.function_count(); ++function) {
+        append_name(other.name(function)); // its handle is the same, so the index is, too
     }
 }
 
 void call_profile::append_name(std::string_view name) {
-    char* const bytes = static_cast<char*>(name_bytes_.allocate(name.size(), 1));
-    std::copy(name.begin(), name.end(), bytes);
-    names_.emplace_back(bytes, name.size());
+    handles_.push_back(names_.add(name, function_count()));
 }
 
 std::uint32_t call_profile::find(std::string_view name) const {
@@ -36,7 +34,9 @@ std::uint32_t call_profile::find_or_add(std::string_view name) {
 }
 
 std::uint32_t call_profile::find_hashed(std::string_view name, std::uint32_t hash) const {
-    return name_index_.find(hash, [&](std::uint32_t function) { return names_[function] == name; });
+    const std::uint32_t found =
+        name_index_.find(hash, [&](std::uint32_t handle) { return names_.at(handle).name() == name; });
+    return found == no_index ? no_index : names_.at(found).number();
 }
 
 std::uint32_t call_profile::find_or_add_hashed(std::string_view name, std::uint32_t hash) {
@@ -44,14 +44,16 @@ std::uint32_t call_profile::find_or_add_hashed(std::string_view name, std::uint3
     if (found != no_index) {
         return found;
     }
-    internal_assert(names_.size() < no_index, "ORDWELL/call_profile", "find_or_add", "function count < 4294967295");
+    internal_assert(handles_.size() < no_index, "ORDWELL/call_profile", "find_or_add", "function count < 4294967295");
     const std::uint32_t added = function_count();
     append_name(name);
     if (name_index_.is_full()) {
-        name_index_.refill(names_.size() * 3, added,
-                           [this](std::uint32_t function) { return hash_of_bytes(names_[function]); });
+        name_index_.refill(handles_.size() * 3, added, [this](std::uint32_t function) {
+            const std::uint32_t handle = handles_[function];
+            return hash_index::entry{hash_of_bytes(names_.at(handle).name()), handle};
+        });
     }
-    name_index_.insert(hash, added);
+    name_index_.insert(hash, handles_[added]);
     return added;
 }
 
@@ -84,7 +86,7 @@ hash_index call_profile::take_pair_index() {
 
 void call_profile::index_pairs(std::size_t room) {
     pair_index_.refill(room, static_cast<std::uint32_t>(edges_.size()), [this](std::uint32_t number) {
-        return hash_of_pair(edges_[number].first, edges_[number].second);
+        return hash_index::entry{hash_of_pair(edges_[number].first, edges_[number].second), number};
     });
     has_pair_index_ = true;
 }
@@ -122,7 +124,7 @@ void call_profile::add_rows(std::span<const call_row> rows) {
     struct name_look_up {
         std::string_view name;
         std::uint32_t hash;
-        std::uint32_t function; // at first what it most probably is
+        std::uint32_t found; // the handle of what it most probably is, then the function
     };
     struct row_look_up {
         std::size_t caller, callee; // in the array of names
@@ -150,28 +152,25 @@ void call_profile::add_rows(std::span<const call_row> rows) {
         }
         const std::span<name_look_up> looked_up = std::span(names).first(name_count);
         for (name_look_up& n : looked_up) {
-            n.function = name_index_.find(n.hash, [](std::uint32_t) { return true; });
-            if (n.function != no_index) {
-                prefetch_name(n.function);
-            }
-        }
-        for (const name_look_up& n : looked_up) {
-            if (n.function != no_index) {
-                prefetch_name_bytes(n.function);
+            n.found = name_index_.find(n.hash, [](std::uint32_t) { return true; });
+            if (n.found != no_index) {
+                const name_store::entry& entry = names_.at(n.found);
+                prefetch_line(&entry);
+                prefetch_line(entry.bytes() + n.name.size());
             }
         }
         for (name_look_up& n : looked_up) {
-            if (n.function == no_index || names_[n.function] != n.name) {
-                n.function = find_or_add_hashed(n.name, n.hash);
-            }
+            const name_store::entry* const entry = n.found == no_index ? nullptr : &names_.at(n.found);
+            n.found =
+                entry != nullptr && entry->name() == n.name ? entry->number() : find_or_add_hashed(n.name, n.hash);
         }
         for (row_look_up& pair : std::span(pairs).first(batch.size())) {
-            pair.hash = hash_of_pair(names[pair.caller].function, names[pair.callee].function);
+            pair.hash = hash_of_pair(names[pair.caller].found, names[pair.callee].found);
             pair_index_.prefetch(pair.hash);
         }
         for (std::size_t i = 0; i < batch.size(); ++i) {
-            const std::uint32_t caller = names[pairs[i].caller].function;
-            const std::uint32_t callee = names[pairs[i].callee].function;
+            const std::uint32_t caller = names[pairs[i].caller].found;
+            const std::uint32_t callee = names[pairs[i].callee].found;
             if (caller != callee) {
                 add_edge_hashed(caller, callee, batch[i].weight, pairs[i].hash);
             }

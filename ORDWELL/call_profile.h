@@ -2,10 +2,11 @@
 //
 // A real profile has a million functions and several million rows, and a run spends most of its reading here, on
 // look-ups that miss the processor's caches. So names are numbered from 0 in the order of their appearance, edges are
-// three numbers in an array in the order of their creation, and two hash indexes lead from a name to its number and
-// from a pair of functions to their edge (support/hash_index.h). Rows are added in batches: first every name of the
-// batch is hashed and its place in the index prefetched, then the name found there and its bytes, then the names are
-// resolved and the places of the pairs prefetched, then the edges are added, so that the waits for memory overlap.
+// three numbers in an array in the order of their creation, and two hash indexes lead from a name to its number
+// (ORDWELL/name_store.h) and from a pair of functions to their edge (support/hash_index.h). Rows are added in batches:
+// first every name of the batch is hashed and its place in the index prefetched, then the name found there, then the
+// names are resolved and the places of the pairs prefetched, then the edges are added, so that the waits for memory
+// overlap.
 // Rows (main,f,10), (f,g,3), (g,f,2) give
 //
 //     names   0 main   1 f   2 g
@@ -17,13 +18,13 @@
 // Names recur too much for a guess.
 #pragma once
 
+#include "ORDWELL/name_store.h"
 #include "support/hash_index.h"
 #include "support/huge_pages.h"
 #include "support/prefetch.h"
 #include "support/seeded_hash.h"
 
 #include <cstdint>
-#include <memory_resource>
 #include <span>
 #include <string_view>
 #include <utility>
@@ -58,17 +59,14 @@ public:
     call_profile(const call_profile& other);
     call_profile& operator=(const call_profile&) = delete;
 
-    std::uint32_t function_count() const { return static_cast<std::uint32_t>(names_.size()); }
+    std::uint32_t function_count() const { return static_cast<std::uint32_t>(handles_.size()); }
 
     /// The name of a function; valid as long as the profile.
-    std::string_view name(std::uint32_t function) const { return names_[function]; }
+    std::string_view name(std::uint32_t function) const { return names_.at(handles_[function]).name(); }
 
-    /// Brings what name() will give of a function into the cache, in two steps: first where its bytes are, then they.
-    void prefetch_name(std::uint32_t function) const { prefetch_line(&names_[function]); }
-    void prefetch_name_bytes(std::uint32_t function) const {
-        prefetch_line(names_[function].data());
-        prefetch_line(names_[function].data() + names_[function].size());
-    }
+    /// Brings what name() will give of a function into the cache, in two steps: first where it is, then the name.
+    void prefetch_name(std::uint32_t function) const { prefetch_line(&handles_[function]); }
+    void prefetch_name_bytes(std::uint32_t function) const { prefetch_line(&names_.at(handles_[function])); }
 
     /// The function of a name, or no_index.
     std::uint32_t find(std::string_view name) const;
@@ -115,10 +113,9 @@ private:
     /// Indexes the pairs of the edges anew, with room for so many.
     void index_pairs(std::size_t room);
 
-    huge_page_resource name_pages_;                                ///< where these bytes come from
-    std::pmr::monotonic_buffer_resource name_bytes_{&name_pages_}; ///< owns the bytes of all names
-    huge_vector<std::string_view> names_;
-    hash_index name_index_;
+    name_store names_;
+    huge_vector<std::uint32_t> handles_; ///< of the functions' names
+    hash_index name_index_;              ///< leads to handles
     huge_vector<call_edge> edges_;
     hash_index pair_index_;
     bool has_pair_index_ = true;     ///< false once it was given away

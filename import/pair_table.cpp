@@ -37,7 +37,7 @@ void pair_table::complete() {
         }
         if (index_.is_full()) {
             index_.refill(pairs_.size() * 2, static_cast<std::uint32_t>(pairs_.size()), [this](std::uint32_t number) {
-                return hash_of(pairs_[number].caller, pairs_[number].callee);
+                return hash_index::entry{hash_of(pairs_[number].caller, pairs_[number].callee), number};
             });
         }
         index_.insert(hash, static_cast<std::uint32_t>(pairs_.size()));

@@ -90,24 +90,31 @@ public:
         size_ = 0;
     }
 
-    /// Makes room for so many numbers and enters those from 0 to `count` - 1 anew, each under `hash_of(number)`.
-    template <typename HashOf>
-    void refill(std::size_t room, std::uint32_t count, HashOf hash_of) {
-        constexpr std::uint32_t distance = 16;      // numbers between prefetch and use
-        std::array<std::uint32_t, distance> hashes; // of the next ones, in turn
-        const auto announce = [&](std::uint32_t number) {
-            if (number < count) {
-                hashes[number % distance] = hash_of(number);
-                prefetch(hashes[number % distance]);
+    /// A number, and the hash under which it is found.
+    struct entry {
+        std::uint32_t hash;
+        std::uint32_t number;
+    };
+
+    /// Makes room for so many numbers and enters `count` of them anew, `entry_of(i)` for i from 0 to `count` - 1.
+    template <typename EntryOf>
+    void refill(std::size_t room, std::uint32_t count, EntryOf entry_of) {
+        constexpr std::uint32_t distance = 16; // entries between prefetch and use
+        std::array<entry, distance> upcoming;  // the next ones, in turn
+        const auto announce = [&](std::uint32_t i) {
+            if (i < count) {
+                upcoming[i % distance] = entry_of(i);
+                prefetch(upcoming[i % distance].hash);
             }
         };
         reset(room);
-        for (std::uint32_t number = 0; number < distance; ++number) {
-            announce(number);
+        for (std::uint32_t i = 0; i < distance; ++i) {
+            announce(i);
         }
-        for (std::uint32_t number = 0; number < count; ++number) {
-            insert(hashes[number % distance], number);
-            announce(number + distance);
+        for (std::uint32_t i = 0; i < count; ++i) {
+            const auto [hash, number] = upcoming[i % distance];
+            insert(hash, number);
+            announce(i + distance);
         }
     }
 

@@ -47,6 +47,21 @@ TEST(Tool, ReadsRows) {
     }
 }
 
+// Names lie in blocks of 256 KiB and more. Each calls the next, ever less, so the last one comes first.
+TEST(Tool, ReadsNamesOfEverySize) {
+    std::string rows;
+    std::string order;
+    std::string last;
+    constexpr std::size_t sizes[] = {1, 262136, 8, 262128, 262120, 7, 262137, 600000, 9, 2500000, 65536};
+    for (const std::size_t size : sizes) {
+        const std::string name = std::string(size, static_cast<char>('a' + order.size() % 26));
+        rows += last.empty() ? "" : last + "," + name + "," + std::to_string(1000000000 - rows.size()) + "\n";
+        order = order_of(name) + order;
+        last = name;
+    }
+    EXPECT_TRUE(order_file(csv(rows)) == result(order, "")); // without printing megabytes
+}
+
 // b is called by a and by c, and merges with the heavier caller first: the order shows which one that was.
 TEST(Tool, ReadsWeights) {
     const auto heavier_than = [](const std::string& weight, const std::string& known) {
