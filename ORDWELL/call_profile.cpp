@@ -13,7 +13,7 @@ constexpr std::size_t batch_rows = 48; // rows whose memory accesses overlap; mo
 
 call_profile::call_profile(const call_profile& other)
     : name_index_(other.name_index_), edges_(other.edges_), pair_index_(other.pair_index_),
-      has_pair_index_(other.has_pair_index_), row_count_(other.row_count_),
+      has_pair_index_(other.has_pair_index_), row_count_(other.row_count_), all_calls_(other.all_calls_),
       has_weightless_edge_(other.has_weightless_edge_) {
     handles_.reserve(other.handles_.size());
     for (std::uint32_t function = 0; function < other.function_count(); ++function) {
@@ -86,7 +86,8 @@ hash_index call_profile::take_pair_index() {
 
 void call_profile::index_pairs(std::size_t room) {
     pair_index_.refill(room, static_cast<std::uint32_t>(edges_.size()), [this](std::uint32_t number) {
-        return hash_index::entry{hash_of_pair(edges_[number].first, edges_[number].second), number};
+        const auto [first, second] = edges_[number].end;
+        return hash_index::entry{hash_of_pair(first, second), number};
     });
     has_pair_index_ = true;
 }
@@ -98,12 +99,13 @@ void call_profile::add_edge(std::uint32_t caller, std::uint32_t callee, std::uin
 void call_profile::add_edge_hashed(std::uint32_t caller, std::uint32_t callee, std::uint32_t weight,
                                    std::uint32_t hash) {
     has_weightless_edge_ |= weight == 0;
+    all_calls_ = saturating_sum(all_calls_, weight);
     if (!has_pair_index_) {
         index_pairs(grown_edge_count());
     }
     const std::uint32_t found = pair_index_.find(hash, [&](std::uint32_t number) {
         const call_edge& edge = edges_[number];
-        return (edge.first == caller && edge.second == callee) || (edge.first == callee && edge.second == caller);
+        return (edge.end[0] == caller && edge.end[1] == callee) || (edge.end[0] == callee && edge.end[1] == caller);
     });
     if (found != no_index) {
         edges_[found].weight = saturating_sum(edges_[found].weight, weight);
@@ -117,7 +119,7 @@ void call_profile::add_edge_hashed(std::uint32_t caller, std::uint32_t callee, s
         index_pairs(grown_edge_count() / 2 * 3);
     }
     pair_index_.insert(hash, static_cast<std::uint32_t>(edges_.size()));
-    edges_.push_back({caller, callee, weight});
+    edges_.push_back({{caller, callee}, weight, static_cast<std::uint32_t>(edges_.size())});
 }
 
 void call_profile::add_rows(std::span<const call_row> rows) {

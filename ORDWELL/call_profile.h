@@ -2,7 +2,7 @@
 //
 // A real profile has a million functions and several million rows, and a run spends most of its reading here, on
 // look-ups that miss the processor's caches. So names are numbered from 0 in the order of their appearance, edges are
-// three numbers in an array in the order of their creation, and two hash indexes lead from a name to its number
+// records in an array in the order of their creation, and two hash indexes lead from a name to its number
 // (ORDWELL/name_store.h) and from a pair of functions to their edge (support/hash_index.h). Rows are added in batches:
 // first every name of the batch is hashed and its place in the index prefetched, then the name found there, then the
 // names are resolved and the places of the pairs prefetched, then the edges are added, so that the waits for memory
@@ -16,6 +16,9 @@
 // expect_growth(10). A guess may be wrong, and a hostile file may provoke it, so it is believed only once a 32nd of
 // the file has been read, and an array grows only when it is full: one pair in a million rows never makes it grow.
 // Names recur too much for a guess.
+//
+// The array of edges is the largest one of a run, and fast merging needs more of an edge than reading. So its records
+// have room for that from the start, and merging takes the array over.
 #pragma once
 
 #include "ORDWELL/name_store.h"
@@ -24,6 +27,7 @@
 #include "support/prefetch.h"
 #include "support/seeded_hash.h"
 
+#include <array>
 #include <cstdint>
 #include <span>
 #include <string_view>
@@ -37,12 +41,24 @@ struct call_row {
     std::uint32_t weight;    ///< calls from caller to callee
 };
 
-/// An undirected edge between two functions.
+/// An undirected edge between two functions; in fast merging, between two groups of them.
 struct call_edge {
-    std::uint32_t first;  ///< number of the first end: the caller of the row that created the edge
-    std::uint32_t second; ///< number of the second end
-    std::uint32_t weight; ///< calls in both directions, saturating at 4294967295
+    std::array<std::uint32_t, 2> end; ///< the first end, as read the caller of the row that created the edge; the other
+    std::uint32_t weight;             ///< calls in both directions, saturating at 4294967295; 0: gone, by merging
+    std::uint32_t order; ///< as read its number; in merging says where its place is (ORDWELL/fast_merge_places.h)
+    std::array<std::uint64_t, 2> sums = {}; ///< in merging: at each end, the sum of weight x coordinate, modulo 2^64
+
+    unsigned int side_of(std::uint32_t group) const { return end[1] == group ? 1 : 0; }
+    std::uint32_t other_end(std::uint32_t group) const { return end[1 - side_of(group)]; }
+    std::uint32_t first_end() const { return end[0]; }
+    void set_first_end(std::uint32_t group) {
+        if (end[0] != group) {
+            std::swap(end[0], end[1]);
+            std::swap(sums[0], sums[1]);
+        }
+    }
 };
+static_assert(sizeof(call_edge) == 32); // so that none stands in two cache lines
 
 /// The largest weight, at which every sum of weights stays.
 inline constexpr std::uint32_t max_weight = 4294967295U;
@@ -80,6 +96,9 @@ public:
     /// The edges in the order of their creation.
     std::span<const call_edge> edges() const { return edges_; }
 
+    /// Gives away the edges. The profile, without edges then, must get no more of them.
+    huge_vector<call_edge> take_edges() { return std::move(edges_); }
+
     /// Gives away the index from pairs of functions, under hash_of_pair(), to edges. The profile stays as it is;
     /// adding an edge to it will cost another index.
     hash_index take_pair_index();
@@ -98,6 +117,9 @@ public:
 
     /// How many rows were added, those of two equal names included.
     std::uint64_t row_count() const { return row_count_; }
+
+    /// The weights of all edges together, saturating at 4294967295.
+    std::uint32_t all_calls() const { return all_calls_; }
 
     /// Whether an edge of weight 0 was ever added.
     bool has_weightless_edge() const { return has_weightless_edge_; }
@@ -122,5 +144,6 @@ private:
     std::size_t earlier_edges_ = 0;  ///< from before the present input
     std::size_t expected_edges_ = 0; ///< at the end of the present input; 0: no guess
     std::uint64_t row_count_ = 0;
+    std::uint32_t all_calls_ = 0; ///< saturating
     bool has_weightless_edge_ = false;
 };

@@ -56,7 +56,7 @@ struct rewritten_edge {
 
 class merger {
 public:
-    explicit merger(call_profile& profile);
+    merger(call_profile& profile, huge_vector<call_edge> edges);
     function_layout run();
     merge_work work() const { return {incidence_.work(), pairs_.work(), places_.work(), queue_.work()}; }
 
@@ -66,15 +66,13 @@ private:
     void fold_removed(std::uint32_t survivor, std::uint32_t removed);
     void fold_survivor(std::uint32_t survivor, std::uint32_t removed);
     void end_group(std::uint32_t from, std::uint32_t kept);
-    void fold(edge& gone, std::uint32_t into, std::uint32_t kept, std::uint32_t from);
-    void rewrite_end(edge& e, std::uint32_t from, std::uint32_t kept) const;
+    void fold(std::uint32_t number, std::uint32_t into, std::uint32_t kept, std::uint32_t from);
+    void rewrite_end(call_edge& e, std::uint32_t from, std::uint32_t kept) const;
     void choose_giant(std::uint32_t chosen, std::uint32_t ending);
     function_layout write_layout() const;
 
-    queue_entry present(std::uint32_t number) const { return {edges_[number].weight, number, places_.of(number)}; }
-
     huge_vector<group> groups_;
-    huge_vector<edge> edges_;
+    huge_vector<call_edge> edges_;
     edges_by_pair pairs_;
     edge_places places_;
     edge_queue queue_;
@@ -85,15 +83,10 @@ private:
     std::vector<rewritten_edge> rewritten_; ///< scratch of one merge: the smaller side's edges that are left
 };
 
-merger::merger(call_profile& profile)
-    : groups_(profile.function_count()), pairs_(profile, edges_), places_(edges_, profile.edges().size(), groups_),
-      queue_(profile.edges()), incidence_(profile.edges(), groups_), links_(groups_.size()),
+merger::merger(call_profile& profile, huge_vector<call_edge> edges)
+    : groups_(profile.function_count()), edges_(std::move(edges)), pairs_(profile, edges_), places_(edges_, groups_),
+      queue_(edges_, profile.all_calls()), incidence_(edges_, groups_), links_(groups_.size()),
       lookahead_(queue_, edges_, groups_, incidence_, pairs_, links_) {
-    edges_.reserve(profile.edges().size());
-    for (const call_edge& e : profile.edges()) {
-        const auto number = static_cast<std::uint32_t>(edges_.size());
-        edges_.push_back({{e.first, e.second}, e.weight, edge_places::order_at_start(number), {}});
-    }
     std::uint32_t largest = 0;
     for (std::uint32_t vertex = 0; vertex < groups_.size(); ++vertex) {
         group& g = groups_[vertex];
@@ -110,21 +103,19 @@ function_layout merger::run() {
     constexpr std::size_t cached_edges = std::size_t{1} << 16U; // more do not fit the second-level cache
     const bool is_large = edges_.size() > cached_edges;
     std::uint32_t heaviest = 0;
-    while (queue_.take(
-        heaviest, [this](std::uint32_t number) { return present(number); },
-        [this](std::uint32_t number) { prefetch_line(&edges_[number]); })) {
-        if (is_large && queue_.has_advanced()) {
+    while (queue_.take(heaviest, [this](std::uint32_t number) { return places_.of(number); })) {
+        if (is_large) {
             lookahead_.prefetch_upcoming();
         }
         merge(heaviest);
     }
-    edges_ = huge_vector<edge>(); // all gone: their room is the layout's
+    edges_ = huge_vector<call_edge>(); // all gone: their room is the layout's
     return write_layout();
 }
 
 // Merges the second end of an edge into its first end.
 void merger::merge(std::uint32_t number) {
-    edge& joining = edges_[number];
+    call_edge& joining = edges_[number];
     places_.settle_first_end(joining);
     const std::uint32_t survivor = joining.first_end();
     const std::uint32_t removed = joining.end[1];
@@ -149,7 +140,7 @@ void merger::collect_live_edges(std::uint32_t from, std::uint32_t kept) {
         choose_giant(kept, from);
     }
     rewritten_.clear();
-    visit_live(edges_, incidence_.edges_of(groups_[from].edges), [&](std::uint32_t number, const edge& e) {
+    visit_live(edges_, incidence_.edges_of(groups_[from].edges), [&](std::uint32_t number, const call_edge& e) {
         const std::uint32_t neighbour = e.other_end(from);
         rewritten_.push_back({number, neighbour, pairs_.prefetch(kept, neighbour), {}});
     });
@@ -167,7 +158,7 @@ void merger::fold_removed(std::uint32_t survivor, std::uint32_t removed) {
             r.at = places_.of(r.number);
             return false;
         }
-        fold(edges_[r.number], existing, survivor, removed);
+        fold(r.number, existing, survivor, removed);
         return true;
     });
     rewritten_.erase(folded, rewritten_.end());
@@ -187,7 +178,7 @@ void merger::fold_survivor(std::uint32_t survivor, std::uint32_t removed) {
                                                                  : incidence_.edges_of(groups_[removed].edges));
     collect_live_edges(survivor, removed);
     const auto folded = std::remove_if(rewritten_.begin(), rewritten_.end(), [&](const rewritten_edge& r) {
-        edge& e = edges_[r.number];
+        call_edge& e = edges_[r.number];
         places_.keep(r.number, survivor);
         const std::uint32_t existing = pairs_.find(removed, r.neighbour, r.hash);
         if (existing == no_index) {
@@ -199,7 +190,7 @@ void merger::fold_survivor(std::uint32_t survivor, std::uint32_t removed) {
         // The survivor's edge lives on in the record of the other.
         edges_[existing].set_first_end(e.first_end() == survivor ? removed : r.neighbour);
         places_.copy(r.number, existing);
-        fold(e, existing, removed, survivor);
+        fold(r.number, existing, removed, survivor);
         places_.note(existing, removed);
         places_.note(existing, r.neighbour);
         return true;
@@ -216,22 +207,24 @@ void merger::end_group(std::uint32_t from, std::uint32_t kept) {
 }
 
 // Folds an edge between `from` and a neighbour into the edge between `kept` and that neighbour.
-void merger::fold(edge& gone, std::uint32_t into, std::uint32_t kept, std::uint32_t from) {
-    edge& e = edges_[into];
+void merger::fold(std::uint32_t number, std::uint32_t into, std::uint32_t kept, std::uint32_t from) {
+    call_edge& gone = edges_[number];
+    call_edge& e = edges_[into];
     const unsigned int gone_side = gone.side_of(from);
     const unsigned int side = e.side_of(kept);
     e.sums[side] += shift_.apply(gone.sums[gone_side], gone.weight);
     e.sums[1 - side] += gone.sums[1 - gone_side];
     e.weight = saturating_sum(e.weight, gone.weight);
     gone.weight = 0;
-    if (queue_.add(into, e.weight, [&] { return places_.of(into); })) { // likely to be merged next
+    queue_.forget(number);
+    if (queue_.add(into, [this](std::uint32_t heavier) { return places_.of(heavier); })) { // likely to be merged next
         prefetch_line(&groups_[e.end[1 - side]]);
         links_.prefetch_name(e.end[1 - side]);
     }
 }
 
 // Makes `kept` the end of an edge instead of `from`, with which it now shares its chain.
-void merger::rewrite_end(edge& e, std::uint32_t from, std::uint32_t kept) const {
+void merger::rewrite_end(call_edge& e, std::uint32_t from, std::uint32_t kept) const {
     const unsigned int side = e.side_of(from);
     e.sums[side] = shift_.apply(e.sums[side], e.weight);
     e.end[side] = kept;
@@ -266,8 +259,8 @@ function_layout merger::write_layout() const {
 
 } // namespace
 
-function_layout merge_fast(call_profile& profile, merge_work* work) {
-    merger merging(profile);
+function_layout merge_fast(call_profile& profile, huge_vector<call_edge> edges, merge_work* work) {
+    merger merging(profile, std::move(edges));
     function_layout layout = merging.run();
     if (work != nullptr) {
         *work = merging.work();

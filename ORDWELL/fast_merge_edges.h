@@ -1,6 +1,6 @@
-// The edges of fast merging, and which of them lies between two groups.
+// Visiting edges in fast merging, and which edge lies between two groups.
 //
-// That is asked of nearly every edge that is rewritten, and an index of all pairs does not fit the caches. But in
+// The latter is asked of nearly every edge that is rewritten, and an index of all pairs does not fit the caches. But in
 // most merges of a call graph one and the same group takes in a small one: the *giant*, a group with about the most
 // edges. (Of 100,000 functions three quarters go that way, of a real program's 2,600 nine tenths.) So the giant's
 // edges stand in an array by the group at their other end, 4 bytes a group, which the caches hold; only other pairs
@@ -18,33 +18,13 @@
 #include "support/prefetch.h"
 
 #include <algorithm>
-#include <array>
 #include <cstdint>
 #include <span>
 #include <utility>
 
-/// An edge between two groups.
-struct edge {
-    std::array<std::uint32_t, 2> end;  ///< groups, the first end first
-    std::uint32_t weight;              ///< 0: the edge is gone, into another edge or inside a chain
-    std::uint32_t order;               ///< says where its place is: see ORDWELL/fast_merge_places.h
-    std::array<std::uint64_t, 2> sums; ///< at each end, the sum of weight x coordinate, modulo 2^64
-
-    unsigned int side_of(std::uint32_t group) const { return end[1] == group ? 1 : 0; }
-    std::uint32_t other_end(std::uint32_t group) const { return end[1 - side_of(group)]; }
-    std::uint32_t first_end() const { return end[0]; }
-    void set_first_end(std::uint32_t group) {
-        if (end[0] != group) {
-            std::swap(end[0], end[1]);
-            std::swap(sums[0], sums[1]);
-        }
-    }
-};
-static_assert(sizeof(edge) == 32);
-
 /// Visits those of some edges that are not gone.
 template <typename Visit>
-void visit_live(const huge_vector<edge>& edges, std::span<const std::uint32_t> numbers, Visit visit) {
+void visit_live(const huge_vector<call_edge>& edges, std::span<const std::uint32_t> numbers, Visit visit) {
     constexpr std::size_t distance = 24; // edges between prefetch and use
     for (const std::uint32_t number : numbers.first(std::min(distance, numbers.size()))) {
         prefetch_line(&edges[number]);
@@ -53,7 +33,7 @@ void visit_live(const huge_vector<edge>& edges, std::span<const std::uint32_t> n
         if (i + distance < numbers.size()) {
             prefetch_line(&edges[numbers[i + distance]]);
         }
-        if (const edge& e = edges[numbers[i]]; e.weight != 0) {
+        if (const call_edge& e = edges[numbers[i]]; e.weight != 0) {
             visit(numbers[i], e);
         }
     }
@@ -64,7 +44,7 @@ class edges_by_pair {
 public:
     /// Takes over the profile's index of pairs. `edges` are those of the profile, by their numbers, when this is
     /// first used.
-    edges_by_pair(call_profile& profile, const huge_vector<edge>& edges)
+    edges_by_pair(call_profile& profile, const huge_vector<call_edge>& edges)
         : edges_(edges), hashed_(profile.take_pair_index()), of_giant_(profile.function_count(), no_index) {}
 
     /// The giant; no_index before the first is set.
@@ -101,7 +81,7 @@ public:
             return of_giant_[kept == giant_ ? neighbour : kept];
         }
         return hashed_.find(pair_hash, [&](std::uint32_t number) {
-            const edge& e = edges_[number]; // one that is gone has an end that is no group any more
+            const call_edge& e = edges_[number]; // one that is gone has an end that is no group any more
             return (e.end[0] == kept && e.end[1] == neighbour) || (e.end[0] == neighbour && e.end[1] == kept);
         });
     }
@@ -128,7 +108,7 @@ public:
 private:
     void insert_hashed(std::uint32_t number, std::uint32_t pair_hash);
 
-    const huge_vector<edge>& edges_;
+    const huge_vector<call_edge>& edges_;
     hash_index hashed_; ///< without the giant's edges; what it has of former groups is useless
     std::uint32_t giant_ = no_index;
     /// By group: its edge to the giant, or no_index; for former groups meaningless.

@@ -31,6 +31,6 @@ struct alignas(64) group {
 static_assert(sizeof(group) == 64);
 
 /// The side whose edges will be rewritten when an edge's ends are merged.
-inline std::uint32_t smaller_side(const huge_vector<group>& groups, const edge& e) {
+inline std::uint32_t smaller_side(const huge_vector<group>& groups, const call_edge& e) {
     return groups[e.end[0]].edges.entries < groups[e.end[1]].edges.entries ? e.end[0] : e.end[1];
 }

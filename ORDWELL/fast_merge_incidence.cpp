@@ -7,8 +7,8 @@
 incidence_lists::incidence_lists(std::span<const call_edge> edges, huge_vector<group>& groups) {
     std::vector<std::uint32_t> ends(groups.size()); // of the groups' stretches; counted, then added up
     for (const call_edge& e : edges) {
-        ++ends[e.first];
-        ++ends[e.second];
+        ++ends[e.end[0]];
+        ++ends[e.end[1]];
     }
     std::uint32_t begin = 0;
     for (std::uint32_t vertex = 0; vertex < groups.size(); ++vertex) {
@@ -20,8 +20,8 @@ incidence_lists::incidence_lists(std::span<const call_edge> edges, huge_vector<g
     incident_.reserve(std::size_t{begin} + begin / 16); // attach() adds few
     incident_.resize(begin);
     for (std::uint32_t number = 0; number < edges.size(); ++number) {
-        incident_[ends[edges[number].first]++] = number;
-        incident_[ends[edges[number].second]++] = number;
+        incident_[ends[edges[number].end[0]]++] = number;
+        incident_[ends[edges[number].end[1]]++] = number;
     }
 }
 

@@ -12,6 +12,11 @@
 //     fetched       edge   groups   list of edges,      the edges that   where the pairs      the edges of
 //                                   ends of chains      are listed       are looked up        these pairs
 //
+// Three of five merges are of edges that became heavier and went to the queue's heap. Of the heap only its first edge
+// is known to be the next, but one of the two below that will be the next but one, most probably, and one of the four
+// below these will follow. So the level of the heap takes the place of the distance, as far as that leads: of the four
+// the edges are fetched, of the two the groups, of the first the list of edges and the ends of chains.
+//
 // It is a guess and costs what it fetches in vain: where the data fits the caches it is not done, and of a long list
 // only the first edges are fetched. On 1,000,000 functions it halves the time of merging.
 #pragma once
@@ -23,22 +28,26 @@
 /// The data of fast merging, to look at.
 class merge_lookahead {
 public:
-    merge_lookahead(const edge_queue& queue, const huge_vector<edge>& edges, const huge_vector<group>& groups,
+    merge_lookahead(const edge_queue& queue, const huge_vector<call_edge>& edges, const huge_vector<group>& groups,
                     const incidence_lists& incidence, const edges_by_pair& pairs, const chain_links& links)
         : queue_(queue), edges_(edges), groups_(groups), incidence_(incidence), pairs_(pairs), links_(links) {}
 
-    /// To be called once for each edge that leaves the open bucket, before it is merged.
+    /// To be called once for each edge that was taken from the queue, before it is merged.
     void prefetch_upcoming() const;
 
 private:
-    std::span<const std::uint32_t> smaller_sides_edges(const edge& e) const;
+    void prefetch_of_bucket() const;
+    void prefetch_of_heap() const;
+    void prefetch_groups(const call_edge& e) const;
+    void prefetch_lists_and_chains(const call_edge& e) const;
+    std::span<const std::uint32_t> first_edges(std::uint32_t group) const;
     template <typename Action>
     void with_upcoming(std::size_t distance, Action action) const;
     template <typename Action>
-    void with_pairs(const edge& e, Action action) const;
+    void with_pairs(const call_edge& e, Action action) const;
 
     const edge_queue& queue_;
-    const huge_vector<edge>& edges_;
+    const huge_vector<call_edge>& edges_;
     const huge_vector<group>& groups_;
     const incidence_lists& incidence_;
     const edges_by_pair& pairs_;

@@ -4,10 +4,10 @@
 
 #include <utility>
 
-edge_places::edge_places(huge_vector<edge>& edges, std::size_t edge_count, huge_vector<group>& groups)
-    : edges_(edges), groups_(groups), last_moves_(groups.size(), -1), moved_(edge_count),
-      clock_(static_cast<std::int32_t>(edge_count)) {
-    internal_assert(edge_count < order_limit, "ORDWELL/fast_merge_places", "edge_places", "edge count < 2^30");
+edge_places::edge_places(huge_vector<call_edge>& edges, huge_vector<group>& groups)
+    : edges_(edges), groups_(groups), last_moves_(groups.size(), -1), moved_(edges.size()),
+      clock_(static_cast<std::int32_t>(edges.size())) {
+    internal_assert(edges.size() < order_limit, "ORDWELL/fast_merge_places", "edge_places", "edge count < 2^30");
 }
 
 // The next time or sequence number.
@@ -17,7 +17,7 @@ std::int32_t edge_places::next_time() {
 }
 
 void edge_places::keep(std::uint32_t number, std::uint32_t ending) {
-    edge& e = edges_[number];
+    call_edge& e = edges_[number];
     const bool was_joint = e.order == joint;
     settle_first_end(e);
     if (!was_joint && e.first_end() != ending) {
@@ -37,13 +37,13 @@ void edge_places::keep(std::uint32_t number, std::uint32_t ending) {
 
 void edge_places::copy(std::uint32_t from, std::uint32_t to) {
     edges_[to].order = edges_[from].order;
-    if ((edges_[from].order & 1U) == 0) {
+    if ((edges_[from].order & follows_no_one) != 0) {
         moved_[to] = moved_[from];
     }
 }
 
 void edge_places::move_to_back(std::uint32_t number, std::uint32_t survivor) {
-    edge& e = edges_[number];
+    call_edge& e = edges_[number];
     const std::uint32_t neighbour = e.other_end(survivor);
     if (!is_stray(e, neighbour)) {
         note_stray(number, neighbour);
@@ -74,7 +74,7 @@ void edge_places::move_all_to_back(std::uint32_t group, std::span<const std::uin
     const std::vector<std::uint32_t> listed = std::exchange(strays_of(group).numbers, {});
     moving_.clear();
     for (const std::span<const std::uint32_t> looked_at : {numbers, std::span<const std::uint32_t>(listed)}) {
-        visit_live(edges_, looked_at, [&](std::uint32_t number, const edge& e) {
+        visit_live(edges_, looked_at, [&](std::uint32_t number, const call_edge& e) {
             if (is_stray(e, group)) {
                 moving_.push_back({number, e.other_end(group), of(number)});
             }
@@ -95,7 +95,7 @@ void edge_places::move_all_to_back(std::uint32_t group, std::span<const std::uin
 
 // Makes a stray follow a group that is about to move.
 void edge_places::adopt(const stray& s, std::uint32_t group) {
-    edge& e = edges_[s.number];
+    call_edge& e = edges_[s.number];
     const bool is_older = s.at.moved < last_moves_[group];
     if (!is_stray(e, s.neighbour)) {
         if (!is_older && s.at.moved == last_moves_[s.neighbour]) {

@@ -43,19 +43,14 @@
 
 class edge_places {
 public:
-    /// The edges, in creation order, are those that `edges` will have; none follows a group that is not its first end.
-    edge_places(huge_vector<edge>& edges, std::size_t edge_count, huge_vector<group>& groups);
-
-    /// What an edge's order is at the start, when the edges before it are so many.
-    static std::uint32_t order_at_start(std::uint32_t number) {
-        return order_of(static_cast<std::int32_t>(number), true);
-    }
+    /// The edges stand in creation order, as read.
+    edge_places(huge_vector<call_edge>& edges, huge_vector<group>& groups);
 
     /// The place of an edge.
     place of(std::uint32_t number) const {
-        const edge& e = edges_[number];
-        const std::int32_t sequence = static_cast<std::int32_t>(e.order) >> 1;
-        if ((e.order & 1U) == 0) {
+        const call_edge& e = edges_[number];
+        const std::int32_t sequence = static_cast<std::int32_t>(e.order << 1U) >> 1;
+        if ((e.order & follows_no_one) != 0) {
             return {moved_[number], sequence};
         }
         const std::int32_t last = last_moves_[e.first_end()];
@@ -67,7 +62,7 @@ public:
     }
 
     /// Makes the first end of an edge what it is: a joint edge has that end first which moved later.
-    void settle_first_end(edge& e) const {
+    void settle_first_end(call_edge& e) const {
         if (e.order == joint && last_moves_[e.end[0]] < last_moves_[e.end[1]]) {
             e.set_first_end(e.end[1]);
         }
@@ -109,21 +104,23 @@ private:
     /// Times and sequence numbers stay between the negative of this and this.
     static constexpr std::int32_t order_limit = 1 << 30;
 
-    // An edge's order: 31 bits of the sequence number, one that says whether it follows its first end.
+    // An edge's order: the sequence number, without its highest bit, and in that bit whether it follows no one. At the
+    // start it is the edge's number, so each edge follows its first end in the order of their creation.
+    static constexpr std::uint32_t follows_no_one = 0x80000000U;
     static constexpr std::uint32_t order_of(std::int32_t sequence, bool follows) {
-        return static_cast<std::uint32_t>(sequence) << 1U | (follows ? 1U : 0U);
+        return (static_cast<std::uint32_t>(sequence) & ~follows_no_one) | (follows ? 0 : follows_no_one);
     }
-    static constexpr std::uint32_t joint = 0x80000001U; ///< with the sequence number -2^30, which no other edge has
+    static constexpr std::uint32_t joint = 0x40000000U; ///< with the sequence number -2^30, which no other edge has
 
-    bool is_stray(const edge& e, std::uint32_t of) const {
-        return e.order != joint && ((e.order & 1U) == 0 || e.first_end() != of);
+    bool is_stray(const call_edge& e, std::uint32_t of) const {
+        return e.order != joint && ((e.order & follows_no_one) != 0 || e.first_end() != of);
     }
     void note_stray(std::uint32_t number, std::uint32_t of);
     stray_list& strays_of(std::uint32_t group) { return strays_[groups_[group].strays]; }
     void adopt(const stray& s, std::uint32_t group);
     std::int32_t next_time();
 
-    huge_vector<edge>& edges_;
+    huge_vector<call_edge>& edges_;
     huge_vector<group>& groups_;
     huge_vector<std::int32_t> last_moves_; ///< by group: when all its edges last moved to the back; -1: never
     huge_vector<std::int32_t> moved_; ///< when each edge that follows no one last moved; for others without meaning

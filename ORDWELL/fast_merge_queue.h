@@ -9,16 +9,19 @@
 // The queue is lazy about changes. A place can only move back, so an edge whose place moved since it was queued is
 // too optimistic: it is queued again with its present place when it surfaces. An edge that became heavier must be
 // added again; its old entry is passed over because the weight does not fit.
+//
+// Nine of ten edges leave their bucket before its turn comes, most of them because they are gone. A bit for each edge
+// tells which still are as they were at the start, so that only these are looked at, as their records miss the caches.
 #pragma once
 
 #include "ORDWELL/call_profile.h"
 #include "support/huge_pages.h"
+#include "support/prefetch.h"
 
 #include <algorithm>
 #include <bit>
 #include <compare>
 #include <cstdint>
-#include <queue>
 #include <span>
 #include <utility>
 #include <vector>
@@ -44,9 +47,10 @@ struct queue_entry {
 
 class edge_queue {
 public:
-    /// Starts with these edges, numbered by their order.
-    explicit edge_queue(std::span<const call_edge> edges)
-        : first_ends_(bucket_of(weight_of_all(edges)) + 1), first_(edges.size()), added_(first_ends_.size()),
+    /// Starts with these edges, whose weights come to `all_calls` together, saturating at 4294967295.
+    edge_queue(const huge_vector<call_edge>& edges, std::uint32_t all_calls)
+        : edges_(edges), first_ends_(bucket_of(all_calls) + 1), first_(edges.size()),
+          as_at_start_(edges.size() / 64 + 1, ~std::uint64_t{0}), added_(first_ends_.size()),
           open_bucket_(first_ends_.size()) {
         for (const call_edge& e : edges) {
             ++first_ends_[bucket_of(e.weight)];
@@ -61,42 +65,48 @@ public:
     }
 
     /// Adds an edge that became heavier and tells whether, as things are, it is likely to be the next.
-    /// `present_place()`, where it is now, is asked only if need be.
-    template <typename PresentPlace>
-    bool add(std::uint32_t number, std::uint32_t weight, PresentPlace present_place) {
+    /// `place_of(number)`, where an edge is now, is asked only if need be, here and below.
+    template <typename PlaceOf>
+    bool add(std::uint32_t number, PlaceOf place_of) {
         ++work_;
+        forget(number);
+        const std::uint32_t weight = edges_[number].weight;
         const std::size_t bucket = bucket_of(weight);
         if (bucket < open_bucket_) {
             added_[bucket].push_back(number);
             return false;
         }
-        heap_.push({weight, number, present_place()});
-        return heap_.top().number == number;
+        push({weight, number, place_of(number)});
+        return heap_.front().number == number;
     }
 
-    /// Takes the next edge off; false when none is left. `present(number)` gives an edge as it is now, and
-    /// `prefetch(number)` announces that this will be asked soon.
-    template <typename Present, typename Prefetch>
-    bool take(std::uint32_t& number, Present present, Prefetch prefetch) {
+    /// Tells that an edge is gone without having been taken.
+    void forget(std::uint32_t number) { as_at_start_[number / 64] &= ~(std::uint64_t{1} << number % 64); }
+
+    /// Takes the next edge off; false when none is left.
+    template <typename PlaceOf>
+    bool take(std::uint32_t& number, PlaceOf place_of) {
         has_advanced_ = false;
-        while (!run_.empty() || !heap_.empty() || open_next_bucket(present, prefetch)) {
-            const bool from_heap = run_.empty() || (!heap_.empty() && run_.back() < heap_.top());
-            const queue_entry next = from_heap ? heap_.top() : run_.back();
+        while (!run_.empty() || !heap_.empty() || open_next_bucket(place_of)) {
+            const bool from_heap = run_.empty() || (!heap_.empty() && run_.back() < heap_.front());
+            const queue_entry next = from_heap ? heap_.front() : run_.back();
             if (from_heap) {
-                heap_.pop();
+                std::pop_heap(heap_.begin(), heap_.end());
+                heap_.pop_back();
             } else {
                 run_.pop_back();
                 has_advanced_ = true;
             }
-            const queue_entry now = present(next.number);
+            if (edges_[next.number].weight != next.weight) {
+                continue;
+            }
+            const queue_entry now = {next.weight, next.number, place_of(next.number)};
             if (now == next) {
                 number = next.number;
                 return true;
             }
-            if (now.weight == next.weight) {
-                ++work_;
-                heap_.push(now); // it moved back
-            }
+            ++work_;
+            push(now); // it moved back
         }
         return false;
     }
@@ -107,9 +117,16 @@ public:
     /// Whether taking the last edge changed what upcoming() says.
     bool has_advanced() const { return has_advanced_; }
 
-    /// The edge that will be `distance` further on, if nothing changes; no_index where that is not known.
+    /// The edge of the open bucket that will be `distance` further on, if nothing changes; no_index where that is not
+    /// known.
     std::uint32_t upcoming(std::size_t distance) const {
         return distance <= run_.size() ? run_[run_.size() - distance].number : no_index;
+    }
+
+    /// The edges of the heap, at most so many: the next first, then the two of which one will follow it, then the four
+    /// of which one will follow these, and so on.
+    std::span<const queue_entry> heap(std::size_t most) const {
+        return std::span(heap_).first(std::min(most, heap_.size()));
     }
 
 private:
@@ -120,33 +137,32 @@ private:
         return std::size_t{shift} * 256 + (weight >> shift);
     }
 
-    // What no edge, however much is folded into it, can exceed.
-    static std::uint32_t weight_of_all(std::span<const call_edge> edges) {
-        std::uint32_t sum = 0;
-        for (const call_edge& e : edges) {
-            sum = saturating_sum(sum, e.weight);
-        }
-        return sum;
+    bool is_as_at_start(std::uint32_t number) const { return (as_at_start_[number / 64] >> number % 64 & 1U) != 0; }
+
+    void push(const queue_entry& e) {
+        heap_.push_back(e);
+        std::push_heap(heap_.begin(), heap_.end());
     }
 
     // Takes the next bucket that is not empty to be worked off; false when there is none.
-    template <typename Present, typename Prefetch>
-    bool open_next_bucket(Present present, Prefetch prefetch) {
+    template <typename PlaceOf>
+    bool open_next_bucket(PlaceOf place_of) {
         constexpr std::size_t distance = 16; // edges between prefetch and use
         while (run_.empty() && open_bucket_ > 0) {
             --open_bucket_;
-            const std::size_t begin = open_bucket_ == 0 ? 0 : first_ends_[open_bucket_ - 1];
+            const auto begin = first_.begin() + (open_bucket_ == 0 ? 0 : first_ends_[open_bucket_ - 1]);
+            const auto end = std::remove_if(begin, first_.begin() + first_ends_[open_bucket_],
+                                            [this](std::uint32_t number) { return !is_as_at_start(number); });
             const std::vector<std::uint32_t> added = std::move(added_[open_bucket_]);
             for (const std::span<const std::uint32_t> numbers :
-                 {std::span<const std::uint32_t>(first_).subspan(begin, first_ends_[open_bucket_] - begin),
-                  std::span<const std::uint32_t>(added)}) {
+                 {std::span<const std::uint32_t>(begin, end), std::span<const std::uint32_t>(added)}) {
                 for (std::size_t i = 0; i < numbers.size(); ++i) {
                     if (i + distance < numbers.size()) {
-                        prefetch(numbers[i + distance]);
+                        prefetch_line(&edges_[numbers[i + distance]]);
                     }
-                    const queue_entry now = present(numbers[i]);
-                    if (now.weight != 0 && bucket_of(now.weight) == open_bucket_) { // else gone, or queued elsewhere
-                        run_.push_back(now);
+                    const std::uint32_t weight = edges_[numbers[i]].weight;
+                    if (weight != 0 && bucket_of(weight) == open_bucket_) { // else gone, or queued elsewhere
+                        run_.push_back({weight, numbers[i], place_of(numbers[i])});
                     }
                 }
             }
@@ -156,12 +172,14 @@ private:
         return !run_.empty();
     }
 
+    const huge_vector<call_edge>& edges_;
     std::vector<std::uint32_t> first_ends_;         ///< where the buckets of the edges at the start end in first_
     huge_vector<std::uint32_t> first_;              ///< numbers of these, those gone or heavier now included
+    huge_vector<std::uint64_t> as_at_start_;        ///< by number, a bit each: 0 for those
     std::vector<std::vector<std::uint32_t>> added_; ///< numbers of edges that came into a bucket since
     std::size_t open_bucket_;                       ///< the bucket being worked off; lower ones wait
     huge_vector<queue_entry> run_;                  ///< what is left of it, the next edge at the back
-    std::priority_queue<queue_entry> heap_;         ///< added since, and not of a lower bucket
+    std::vector<queue_entry> heap_;                 ///< added since, and not of a lower bucket
     bool has_advanced_ = false;
     std::uint64_t work_ = 0;
 };

@@ -16,6 +16,7 @@
 #include <string>
 #include <sys/epoll.h>
 #include <unistd.h>
+#include <utility>
 
 PETTIS_HANSEN_GRAPH phgraph;           ///< the working graph: read, then merged
 option_obj* cmdline_options = nullptr; ///< the options of this run, once the command line is consumed
@@ -97,7 +98,7 @@ int main(int argc, char** argv) {
         phgraph.read(filename);
     }
     PETTIS_HANSEN_GRAPH orig(phgraph);
-    phgraph.merge_nodes(orig);
+    phgraph.merge_nodes(std::move(orig));
     write_graph();
     return 0;
 }

@@ -54,7 +54,7 @@ std::unique_ptr<PETTIS_HANSEN_GRAPH::adjacency> PETTIS_HANSEN_GRAPH::build_adjac
         add_vertex(PHNODE(std::string(profile_->name(function))), *built);
     }
     for (const call_edge& edge : profile_->edges()) {
-        boost::add_edge(edge.first, edge.second, {edge.weight}, *built);
+        boost::add_edge(edge.end[0], edge.end[1], {edge.weight}, *built);
     }
     return built;
 }

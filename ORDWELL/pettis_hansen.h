@@ -33,7 +33,6 @@
 #include <boost/unordered/unordered_flat_map.hpp>
 
 #include <fstream>
-#include <functional>
 #include <list>
 #include <memory>
 #include <optional>
@@ -122,6 +121,8 @@ public:
     /// ORDWELL/fast_merge.h) where nothing is traced and both graphs are as read, else step by step. Without a copy, as
     /// with the graph itself for `orig`, joins are judged by the calls that are left.
     void merge_nodes(PETTIS_HANSEN_GRAPH& orig);
+    /// The same with a copy that nobody will look at any more, which spares keeping the edges for it.
+    void merge_nodes(PETTIS_HANSEN_GRAPH&& orig);
     /// Merges step by step, whatever the graph's form: the reference that fast merging is tested against.
     void merge_nodes_stepwise(PETTIS_HANSEN_GRAPH& orig);
     /// The heaviest edge, the first in creation order among equals.
@@ -158,6 +159,7 @@ public:
     bool merged = false; ///< whether merging has finished
 
 private:
+    bool can_merge_fast(const PETTIS_HANSEN_GRAPH& orig) const;
     bool is_as_read() const { return adjacency_ == nullptr && !layout_.has_value(); }
     std::unique_ptr<adjacency> build_adjacency() const;
     adjacency& stepwise();
@@ -165,7 +167,8 @@ private:
     call_profile& own_profile();
     std::uint32_t name_to_vertex(std::string_view name);
     void add_rows(const std::vector<call_row>& rows);
-    void visit_order(const std::function<void(std::string_view)>& visit);
+    template <typename Visit>
+    void visit_order(Visit visit);
 
     std::shared_ptr<call_profile> profile_; ///< the graph as read, or the names of layout_; null when stepwise
     std::optional<function_layout> layout_; ///< set in the form laid out

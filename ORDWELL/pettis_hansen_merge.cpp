@@ -23,16 +23,31 @@ const register_option debug_wcg_node("debug:wcg_node");
 } // namespace
 
 void PETTIS_HANSEN_GRAPH::merge_nodes(PETTIS_HANSEN_GRAPH& orig) {
-    const bool is_traced = static_cast<bool>(debug_merge_wcg) || static_cast<bool>(debug_wcg_node);
-    // Two graphs as read that share their profile are exact copies of each other. Edges of weight 0, which no input
-    // file makes, end merging with a diagnostic that only the stepwise road raises.
-    if (is_traced || this == &orig || !is_as_read() || profile_ != orig.profile_ || !orig.is_as_read() ||
-        profile_->has_weightless_edge()) {
+    if (!can_merge_fast(orig)) {
         merge_nodes_stepwise(orig);
         return;
     }
-    layout_ = merge_fast(*profile_);
+    const std::span<const call_edge> edges = profile_->edges();
+    layout_ = merge_fast(*profile_, {edges.begin(), edges.end()});
     merged = true;
+}
+
+void PETTIS_HANSEN_GRAPH::merge_nodes(PETTIS_HANSEN_GRAPH&& orig) {
+    if (!can_merge_fast(orig) || profile_.use_count() > 2) {
+        merge_nodes(orig);
+        return;
+    }
+    orig.profile_ = std::make_shared<call_profile>();
+    layout_ = merge_fast(*profile_, profile_->take_edges());
+    merged = true;
+}
+
+// Two graphs as read that share their profile are exact copies of each other. Edges of weight 0, which no input file
+// makes, end merging with a diagnostic that only the stepwise road raises.
+bool PETTIS_HANSEN_GRAPH::can_merge_fast(const PETTIS_HANSEN_GRAPH& orig) const {
+    const bool is_traced = static_cast<bool>(debug_merge_wcg) || static_cast<bool>(debug_wcg_node);
+    return !is_traced && this != &orig && is_as_read() && orig.is_as_read() && profile_ == orig.profile_ &&
+           !profile_->has_weightless_edge();
 }
 
 void PETTIS_HANSEN_GRAPH::merge_nodes_stepwise(PETTIS_HANSEN_GRAPH& orig) {

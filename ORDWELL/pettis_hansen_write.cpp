@@ -45,7 +45,8 @@ bool PETTIS_HANSEN_GRAPH::get_ordering(function_order& order) {
 }
 
 // Visits the names of the layout in their order.
-void PETTIS_HANSEN_GRAPH::visit_order(const std::function<void(std::string_view)>& visit) {
+template <typename Visit>
+void PETTIS_HANSEN_GRAPH::visit_order(Visit visit) {
     if (merged && layout_.has_value()) {
         const std::vector<std::uint32_t>& functions = layout_->functions;
         for (std::size_t i = 0; i < functions.size(); ++i) {

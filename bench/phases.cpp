@@ -23,7 +23,7 @@ int main(int argc, char** argv) {
     graph.read(filename);
     const double reading = lap();
     PETTIS_HANSEN_GRAPH orig(graph);
-    argc > 2 ? graph.merge_nodes_stepwise(orig) : graph.merge_nodes(orig);
+    argc > 2 ? graph.merge_nodes_stepwise(orig) : graph.merge_nodes(std::move(orig));
     const double merging = lap();
     std::ofstream out(filename + ".phases.cmd");
     graph.write_order(out);

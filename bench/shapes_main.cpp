@@ -40,7 +40,7 @@ double seconds_of_run(std::string path) {
     PETTIS_HANSEN_GRAPH graph;
     graph.read(path);
     PETTIS_HANSEN_GRAPH orig(graph);
-    graph.merge_nodes(orig);
+    graph.merge_nodes(std::move(orig));
     std::ofstream out(path + ".cmd");
     graph.write_order(out);
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();

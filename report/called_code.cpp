@@ -51,8 +51,8 @@ called_code find_called_code(const call_profile& calls, const function_table& bi
         }
     }
     for (const call_edge& edge : calls.edges()) {
-        const std::uint32_t first = function_of[edge.first];
-        const std::uint32_t second = function_of[edge.second];
+        const std::uint32_t first = function_of[edge.end[0]];
+        const std::uint32_t second = function_of[edge.end[1]];
         if (first == no_index || second == no_index) {
             code.all_calls += edge.weight;
         } else if (first != second) {

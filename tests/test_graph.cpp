@@ -158,6 +158,20 @@ TEST_P(GraphForm, MergesWithItselfAsOrig) {
     EXPECT_NE(layout_of(graph), layout_of(judged_by_copy)); // else the example shows nothing
 }
 
+// A copy that is given away may lose its edges to merging, one that others have may not.
+TEST(Graph, MergesWithACopyGivenAway) {
+    const order reference = {{"f", "main", "g", "h"}};
+    PETTIS_HANSEN_GRAPH graph;
+    fill(graph, {{"main", "f", 10}, {"main", "g", 5}, {"f", "g", 3}, {"g", "h", 8}});
+    PETTIS_HANSEN_GRAPH other(graph);
+    graph.merge_nodes(PETTIS_HANSEN_GRAPH(graph));
+    EXPECT_EQ(layout_of(graph), reference);
+    EXPECT_EQ(num_edges(PETTIS_HANSEN_GRAPH(other).graph()), 4U);
+    other.merge_nodes(PETTIS_HANSEN_GRAPH(other));
+    EXPECT_EQ(layout_of(other), reference);
+    EXPECT_EQ(other.find_node("h"), std::pair(0U, true));
+}
+
 TEST(Graph, SurvivorOfAHigherIndexMovesDown) {
     PETTIS_HANSEN_GRAPH graph;
     fill(graph, {{"a", "a", 1}, {"b", "b", 1}, {"c", "a", 3}, {"b", "c", 2}, {"a", "b", 4294967295}});
