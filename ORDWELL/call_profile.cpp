@@ -158,7 +158,7 @@ void call_profile::add_rows(std::span<const call_row> rows) {
             if (n.found != no_index) {
                 const name_store::entry& entry = names_.at(n.found);
                 prefetch_line(&entry);
-                prefetch_line(entry.bytes() + n.name.size());
+                prefetch_line(&entry + 1 + n.name.size() / sizeof(entry)); // where it ends, if it is that name
             }
         }
         for (name_look_up& n : looked_up) {

@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <cstring>
 #include <memory_resource>
 #include <new>
 #include <string_view>
@@ -22,18 +23,36 @@ public:
     class entry {
     public:
         std::uint32_t number() const { return number_; }
-        std::string_view name() const { return {bytes(), length_}; }
-        const char* bytes() const { return reinterpret_cast<const char*>(this + 1); }
+        std::string_view name() const { return {bytes(), length()}; }
+        const char* bytes() const { return behind() + (length_ == long_name ? sizeof(std::uint64_t) : 0); }
 
     private:
         friend name_store;
+        static constexpr std::uint32_t long_name = 4294967295U;
+
+        // Bytes that an entry takes.
+        static std::size_t size_with(std::string_view name) {
+            return sizeof(entry) + (name.size() < long_name ? 0 : sizeof(std::uint64_t)) + name.size();
+        }
         entry(std::uint32_t number, std::string_view name)
-            : number_(number), length_(static_cast<std::uint32_t>(name.size())) {
-            std::copy(name.begin(), name.end(), reinterpret_cast<char*>(this + 1));
+            : number_(number), length_(static_cast<std::uint32_t>(std::min<std::uint64_t>(name.size(), long_name))) {
+            if (length_ == long_name) {
+                const std::uint64_t length = name.size();
+                std::memcpy(reinterpret_cast<char*>(this + 1), &length, sizeof(length));
+            }
+            std::copy(name.begin(), name.end(), const_cast<char*>(bytes()));
+        }
+        const char* behind() const { return reinterpret_cast<const char*>(this + 1); }
+        std::size_t length() const {
+            std::uint64_t length = length_;
+            if (length_ == long_name) {
+                std::memcpy(&length, behind(), sizeof(length));
+            }
+            return static_cast<std::size_t>(length);
         }
 
         std::uint32_t number_;
-        std::uint32_t length_; ///< bytes
+        std::uint32_t length_; ///< bytes; of a long name, the length stands before its bytes
     };
 
     name_store() = default;
@@ -42,8 +61,7 @@ public:
 
     /// Adds a name and gives its handle. It stays where it is as long as the store.
     std::uint32_t add(std::string_view name, std::uint32_t number) {
-        internal_assert(name.size() >> 31U == 0, "ORDWELL/name_store", "add", "name < 2^31 bytes");
-        const std::size_t size = (sizeof(entry) + name.size() + unit - 1) / unit * unit;
+        const std::size_t size = (entry::size_with(name) + unit - 1) / unit * unit;
         if (size > room_) {
             grow(size);
         }
@@ -68,13 +86,14 @@ private:
     void grow(std::size_t size) {
         const std::size_t count = std::max({(size + granule - 1) / granule, granules_.size(), std::size_t{1}});
         internal_assert(granules_.size() + count <= most_granules, "ORDWELL/name_store", "grow", "names < 2^35 bytes");
-        next_ = static_cast<char*>(blocks_.allocate(count * granule, unit));
+        next_ = static_cast<char*>((granules_.empty() ? first_block_ : blocks_).allocate(count * granule, unit));
         room_ = count * granule;
         for (std::size_t i = 0; i < count; ++i) {
             granules_.push_back(next_ + i * granule);
         }
     }
 
+    std::pmr::monotonic_buffer_resource first_block_; ///< on usual pages, as a few names touch few of them
     huge_page_resource pages_;
     std::pmr::monotonic_buffer_resource blocks_{&pages_};
     std::vector<char*> granules_;
