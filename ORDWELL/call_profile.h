@@ -96,7 +96,7 @@ public:
     /// The edges in the order of their creation.
     std::span<const call_edge> edges() const { return edges_; }
 
-    /// Gives away the edges. The profile, without edges then, must get no more of them.
+    /// Gives away the edges, after the index. The profile, without edges then, must get no more of them.
     huge_vector<call_edge> take_edges() { return std::move(edges_); }
 
     /// Gives away the index from pairs of functions, under hash_of_pair(), to edges. The profile stays as it is;

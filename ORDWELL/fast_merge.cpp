@@ -56,7 +56,7 @@ struct rewritten_edge {
 
 class merger {
 public:
-    merger(call_profile& profile, huge_vector<call_edge> edges);
+    merger(std::size_t functions, huge_vector<call_edge> edges, hash_index pairs, std::uint32_t all_calls);
     function_layout run();
     merge_work work() const { return {incidence_.work(), pairs_.work(), places_.work(), queue_.work()}; }
 
@@ -83,9 +83,9 @@ private:
     std::vector<rewritten_edge> rewritten_; ///< scratch of one merge: the smaller side's edges that are left
 };
 
-merger::merger(call_profile& profile, huge_vector<call_edge> edges)
-    : groups_(profile.function_count()), edges_(std::move(edges)), pairs_(profile, edges_), places_(edges_, groups_),
-      queue_(edges_, profile.all_calls()), incidence_(edges_, groups_), links_(groups_.size()),
+merger::merger(std::size_t functions, huge_vector<call_edge> edges, hash_index pairs, std::uint32_t all_calls)
+    : groups_(functions), edges_(std::move(edges)), pairs_(edges_, std::move(pairs), functions),
+      places_(edges_, groups_), queue_(edges_, all_calls), incidence_(edges_, groups_), links_(functions),
       lookahead_(queue_, edges_, groups_, incidence_, pairs_, links_) {
     std::uint32_t largest = 0;
     for (std::uint32_t vertex = 0; vertex < groups_.size(); ++vertex) {
@@ -259,8 +259,11 @@ function_layout merger::write_layout() const {
 
 } // namespace
 
-function_layout merge_fast(call_profile& profile, huge_vector<call_edge> edges, merge_work* work) {
-    merger merging(profile, std::move(edges));
+function_layout merge_fast(call_profile& profile, bool takes_edges, merge_work* work) {
+    hash_index pairs = profile.take_pair_index(); // first, since it may have to be made of the edges
+    huge_vector<call_edge> edges =
+        takes_edges ? profile.take_edges() : huge_vector<call_edge>(profile.edges().begin(), profile.edges().end());
+    merger merging(profile.function_count(), std::move(edges), std::move(pairs), profile.all_calls());
     function_layout layout = merging.run();
     if (work != nullptr) {
         *work = merging.work();

@@ -1,11 +1,10 @@
 // Fast merging: the result of step-by-step Pettis-Hansen merging, byte for byte, in nearly linear time.
 #pragma once
 
-#include "ORDWELL/call_profile.h"
-#include "support/huge_pages.h"
-
 #include <cstdint>
 #include <vector>
+
+class call_profile;
 
 /// Functions arranged in chains.
 struct function_layout {
@@ -21,7 +20,7 @@ struct merge_work {
     std::uint64_t queued;     ///< entries of the queue of edges
 };
 
-/// Merges a profile until no edge is left. `edges`, none of which may have weight 0, are its edges or a copy of them.
-/// The chains stand in vertex order: by the first-read function among those by which they survived. Takes the profile's
-/// index of pairs. `work`, where it is not null, is told what there was to do.
-function_layout merge_fast(call_profile& profile, huge_vector<call_edge> edges, merge_work* work = nullptr);
+/// Merges a profile, none of whose edges may have weight 0, until no edge is left. The chains stand in vertex order: by
+/// the first-read function among those by which they survived. Takes the profile's index of pairs and, with
+/// `takes_edges`, its edges. `work`, where it is not null, is told what there was to do.
+function_layout merge_fast(call_profile& profile, bool takes_edges, merge_work* work = nullptr);

@@ -42,10 +42,9 @@ void visit_live(const huge_vector<call_edge>& edges, std::span<const std::uint32
 /// From pairs of groups to edges.
 class edges_by_pair {
 public:
-    /// Takes over the profile's index of pairs. `edges` are those of the profile, by their numbers, when this is
-    /// first used.
-    edges_by_pair(call_profile& profile, const huge_vector<call_edge>& edges)
-        : edges_(edges), hashed_(profile.take_pair_index()), of_giant_(profile.function_count(), no_index) {}
+    /// `pairs` leads from pairs of functions, under hash_of_pair(), to their edges.
+    edges_by_pair(const huge_vector<call_edge>& edges, hash_index pairs, std::size_t functions)
+        : edges_(edges), hashed_(std::move(pairs)), of_giant_(functions, no_index) {}
 
     /// The giant; no_index before the first is set.
     std::uint32_t giant() const { return giant_; }

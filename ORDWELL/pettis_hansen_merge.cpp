@@ -27,8 +27,7 @@ void PETTIS_HANSEN_GRAPH::merge_nodes(PETTIS_HANSEN_GRAPH& orig) {
         merge_nodes_stepwise(orig);
         return;
     }
-    const std::span<const call_edge> edges = profile_->edges();
-    layout_ = merge_fast(*profile_, {edges.begin(), edges.end()});
+    layout_ = merge_fast(*profile_, false);
     merged = true;
 }
 
@@ -38,7 +37,7 @@ void PETTIS_HANSEN_GRAPH::merge_nodes(PETTIS_HANSEN_GRAPH&& orig) {
         return;
     }
     orig.profile_ = std::make_shared<call_profile>();
-    layout_ = merge_fast(*profile_, profile_->take_edges());
+    layout_ = merge_fast(*profile_, true);
     merged = true;
 }
 

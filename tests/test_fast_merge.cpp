@@ -206,7 +206,7 @@ TEST(FastMerge, WorkStaysInProportionOnEveryShape) {
         }
         merge_work work{};
         const double edges = static_cast<double>(profile.edges().size());
-        merge_fast(profile, profile.take_edges(), &work);
+        merge_fast(profile, true, &work);
         EXPECT_LT(static_cast<double>(work.incidences + work.pairs + work.places + work.queued),
                   2.0 * edges * std::log2(profile.function_count()))
             << shape.name();
