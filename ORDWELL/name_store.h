@@ -2,7 +2,7 @@
 //
 // A look-up by hash should wait for memory once more for the name that it compares. So the bytes stand behind the
 // number and the length, and the index leads to them directly, by a *handle* of 32 bits: names begin at multiples of 8
-// bytes, counted through all blocks. A block has whole granules of 256 KiB, and a table tells where each granule is,
+// bytes, counted through all blocks. A block has whole granules of 64 KiB, and a table tells where each granule is,
 // since blocks, which grow as the names do, lie anywhere. The same names in the same order have the same handles.
 #pragma once
 
@@ -78,7 +78,7 @@ public:
 
 private:
     static constexpr std::size_t unit = 8; // bytes
-    static constexpr std::uint32_t granule_units = 1U << 15U;
+    static constexpr std::uint32_t granule_units = 1U << 13U;
     static constexpr std::size_t granule = granule_units * unit;
     static constexpr std::size_t most_granules = (std::uint64_t{1} << 32U) / granule_units - 1;
 

@@ -47,12 +47,12 @@ TEST(Tool, ReadsRows) {
     }
 }
 
-// Names lie in blocks of 256 KiB and more. Each calls the next, ever less, so the last one comes first.
+// Names lie in blocks of 64 KiB and more. Each calls the next, ever less, so the last one comes first.
 TEST(Tool, ReadsNamesOfEverySize) {
     std::string rows;
     std::string order;
     std::string last;
-    constexpr std::size_t sizes[] = {1, 262136, 8, 262128, 262120, 7, 262137, 600000, 9, 2500000, 65536};
+    constexpr std::size_t sizes[] = {1, 65528, 8, 65520, 65512, 7, 65529, 600000, 9, 2500000, 262144};
     for (const std::size_t size : sizes) {
         const std::string name = std::string(size, static_cast<char>('a' + order.size() % 26));
         rows += last.empty() ? "" : last + "," + name + "," + std::to_string(1000000000 - rows.size()) + "\n";
