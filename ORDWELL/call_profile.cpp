@@ -103,10 +103,8 @@ void call_profile::add_edge_hashed(std::uint32_t caller, std::uint32_t callee, s
     if (!has_pair_index_) {
         index_pairs(grown_edge_count());
     }
-    const std::uint32_t found = pair_index_.find(hash, [&](std::uint32_t number) {
-        const call_edge& edge = edges_[number];
-        return (edge.end[0] == caller && edge.end[1] == callee) || (edge.end[0] == callee && edge.end[1] == caller);
-    });
+    const std::uint32_t found =
+        pair_index_.find(hash, [&](std::uint32_t number) { return edges_[number].joins(caller, callee); });
     if (found != no_index) {
         edges_[found].weight = saturating_sum(edges_[found].weight, weight);
         return;

@@ -51,6 +51,9 @@ struct call_edge {
     unsigned int side_of(std::uint32_t group) const { return end[1] == group ? 1 : 0; }
     std::uint32_t other_end(std::uint32_t group) const { return end[1 - side_of(group)]; }
     std::uint32_t first_end() const { return end[0]; }
+    bool joins(std::uint32_t a, std::uint32_t b) const {
+        return (end[0] == a && end[1] == b) || (end[0] == b && end[1] == a);
+    }
     void set_first_end(std::uint32_t group) {
         if (end[0] != group) {
             std::swap(end[0], end[1]);

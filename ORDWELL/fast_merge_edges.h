@@ -79,10 +79,8 @@ public:
         if (kept == giant_ || neighbour == giant_) {
             return of_giant_[kept == giant_ ? neighbour : kept];
         }
-        return hashed_.find(pair_hash, [&](std::uint32_t number) {
-            const call_edge& e = edges_[number]; // one that is gone has an end that is no group any more
-            return (e.end[0] == kept && e.end[1] == neighbour) || (e.end[0] == neighbour && e.end[1] == kept);
-        });
+        // An edge that is gone has an end that is no group any more.
+        return hashed_.find(pair_hash, [&](std::uint32_t number) { return edges_[number].joins(kept, neighbour); });
     }
 
     /// Adds an edge between two groups that had none.

@@ -24,23 +24,21 @@ public:
     public:
         std::uint32_t number() const { return number_; }
         std::string_view name() const { return {bytes(), length()}; }
-        const char* bytes() const { return behind() + (length_ == long_name ? sizeof(std::uint64_t) : 0); }
+        const char* bytes() const { return behind() + length_size(length()); }
 
     private:
         friend name_store;
         static constexpr std::uint32_t long_name = 4294967295U;
 
-        // Bytes that an entry takes.
-        static std::size_t size_with(std::string_view name) {
-            return sizeof(entry) + (name.size() < long_name ? 0 : sizeof(std::uint64_t)) + name.size();
-        }
+        // Bytes of a length that stands before the name.
+        static std::size_t length_size(std::size_t length) { return length < long_name ? 0 : sizeof(std::uint64_t); }
+
         entry(std::uint32_t number, std::string_view name)
             : number_(number), length_(static_cast<std::uint32_t>(std::min<std::uint64_t>(name.size(), long_name))) {
-            if (length_ == long_name) {
-                const std::uint64_t length = name.size();
-                std::memcpy(reinterpret_cast<char*>(this + 1), &length, sizeof(length));
-            }
-            std::copy(name.begin(), name.end(), const_cast<char*>(bytes()));
+            const std::uint64_t length = name.size();
+            char* const behind = reinterpret_cast<char*>(this + 1);
+            std::memcpy(behind, &length, length_size(length));
+            std::copy(name.begin(), name.end(), behind + length_size(length));
         }
         const char* behind() const { return reinterpret_cast<const char*>(this + 1); }
         std::size_t length() const {
@@ -61,7 +59,8 @@ public:
 
     /// Adds a name and gives its handle. It stays where it is as long as the store.
     std::uint32_t add(std::string_view name, std::uint32_t number) {
-        const std::size_t size = (entry::size_with(name) + unit - 1) / unit * unit;
+        const std::size_t size =
+            (sizeof(entry) + entry::length_size(name.size()) + name.size() + unit - 1) / unit * unit;
         if (size > room_) {
             grow(size);
         }
