@@ -18,7 +18,7 @@
 // the edges are fetched, of the two the groups, of the first the list of edges and the ends of chains.
 //
 // It is a guess and costs what it fetches in vain: where the data fits the caches it is not done, and of a long list
-// only the first edges are fetched. On 1,000,000 functions it halves the time of merging.
+// only the first edges are fetched. On 1,000,000 functions it takes a fifth off the time of merging.
 #pragma once
 
 #include "ORDWELL/fast_merge_edges.h"
